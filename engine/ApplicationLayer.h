@@ -1,0 +1,54 @@
+#pragma once
+// The application layer: everything the engine says to the instrument goes through it.
+// A fresh object is created for each run by an ApplicationLayerFactory.
+//
+// Synchronous operations return at once. Each asynchronous request (QueryManufacturerCode,
+// ProgrammingVoltageOn/Off, FlashDelete, Restart, ProgramBlock, ReadMemory, RequestChecksum)
+// is answered by exactly one Trovex_Response or Trovex_Error signal, raised on the engine's
+// thread from the event loop, never from inside the request call, and only after the getters
+// hold the answer's values.
+#include <QObject>
+#include <QString>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+class ApplicationLayer : public QObject {
+    Q_OBJECT
+public:
+    using QObject::QObject;
+    ~ApplicationLayer() override = default;
+
+    virtual void UploadTransferProgram(const uint8_t *data, int32_t length, int32_t loadAddress,
+                                       int32_t startAddress, int32_t &result) = 0;
+    virtual void OpenChannel(const QString &initString) = 0;
+    virtual void QueryManufacturerCode(int32_t address, uint8_t architecture, uint8_t flashIndex) = 0;
+    virtual void ProgrammingVoltageOn() = 0;
+    virtual void ProgrammingVoltageOff() = 0;
+    virtual void FlashDelete(uint8_t architecture, uint8_t flashIndex, int32_t address, int32_t length) = 0;
+    virtual void Restart() = 0;
+    virtual void ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex,
+                              const uint8_t *data) = 0;
+    virtual void GetManufacturerCode(int32_t &code) = 0;
+    virtual void ReadMemory(uint8_t architecture, int32_t address, int32_t count) = 0;
+    virtual void RequestChecksum(uint8_t architecture, int32_t address, int32_t length) = 0;
+    virtual void GetDeviceCode(int32_t &code) = 0;
+    virtual void GetStatus(int16_t &status) = 0;
+    virtual void GetChecksum(int32_t &checksum) = 0;
+    virtual void GetEraseResult(int32_t &address, int16_t &status) = 0;
+    virtual void GetProgramResult(int32_t &address, int16_t &status) = 0;
+    virtual void GetReadLength(int32_t &length) = 0;
+    // Copies the bytes of the last read (GetReadLength of them) to data.
+    virtual void GetReadData(uint8_t *data) = 0;
+    virtual void Shutdown() = 0;
+    virtual void CloseChannel() = 0;
+    virtual void GetErrorCode(int16_t &code) = 0;
+    virtual void GetErrorText(QString &text) = 0;
+
+signals:
+    void Trovex_Response(int32_t enumResponseID);
+    void Trovex_Error(int16_t iLastError);
+};
+
+// Creates the application layer of one run; tests replace it with a scripted one.
+using ApplicationLayerFactory = std::function<std::unique_ptr<ApplicationLayer>()>;

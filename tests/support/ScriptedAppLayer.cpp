@@ -1,0 +1,204 @@
+#include "tests/support/ScriptedAppLayer.h"
+
+#include <QTimer>
+#include <cstring>
+
+namespace {
+// Answer ids and passing statuses of a healthy instrument
+constexpr int32_t GeneralAnswer = 32;
+constexpr int16_t StatusOk = 66;
+}
+
+QStringList ScriptedAppLayer::callNames() const
+{
+    QStringList names;
+    for (const Call &call : *m_calls)
+        names << call.name;
+    return names;
+}
+
+QList<ScriptedAppLayer::Call> ScriptedAppLayer::callsNamed(const QString &name) const
+{
+    QList<Call> matching;
+    for (const Call &call : *m_calls)
+        if (call.name == name)
+            matching << call;
+    return matching;
+}
+
+void ScriptedAppLayer::record(const QString &name, const QVariantList &args)
+{
+    m_calls->append({name, args});
+}
+
+void ScriptedAppLayer::apply(const Reply &reply)
+{
+    if (reply.status) m_status = *reply.status;
+    if (reply.resultAddress) m_resultAddress = *reply.resultAddress;
+    if (reply.manufacturerCode) m_manufacturerCode = *reply.manufacturerCode;
+    if (reply.deviceCode) m_deviceCode = *reply.deviceCode;
+    if (reply.checksum) m_checksum = *reply.checksum;
+    if (reply.readData) m_readData = *reply.readData;
+    if (reply.errorText) m_errorText = *reply.errorText;
+    m_errorCodes = reply.errorCodes;
+}
+
+void ScriptedAppLayer::answerLater(int32_t defaultId, int16_t defaultStatus)
+{
+    Reply reply;
+    if (!m_replies.empty()) {
+        reply = m_replies.front();
+        m_replies.pop_front();
+    } else {
+        reply.status = defaultStatus;
+    }
+    if (reply.kind == Reply::Kind::Silence)
+        return;
+    // Queued on this object, so a reply still pending when the layer is dropped is dropped too.
+    QTimer::singleShot(0, this, [this, reply, defaultId] {
+        apply(reply);
+        if (reply.kind == Reply::Kind::ErrorEvent)
+            emit Trovex_Error(reply.lastError);
+        else
+            emit Trovex_Response(reply.responseId.value_or(defaultId));
+    });
+}
+
+void ScriptedAppLayer::UploadTransferProgram(const uint8_t *data, int32_t length, int32_t loadAddress,
+                                             int32_t startAddress, int32_t &result)
+{
+    record(QStringLiteral("UploadTransferProgram"),
+           {QByteArray(reinterpret_cast<const char *>(data), length), loadAddress, startAddress});
+    result = m_transferResult;
+}
+
+void ScriptedAppLayer::OpenChannel(const QString &initString)
+{
+    record(QStringLiteral("OpenChannel"), {initString});
+    m_errorCodes = {m_openErrorCode};
+}
+
+void ScriptedAppLayer::QueryManufacturerCode(int32_t address, uint8_t architecture, uint8_t flashIndex)
+{
+    record(QStringLiteral("QueryManufacturerCode"), {address, int(architecture), int(flashIndex)});
+    answerLater(161, StatusOk);
+}
+
+void ScriptedAppLayer::ProgrammingVoltageOn()
+{
+    record(QStringLiteral("ProgrammingVoltageOn"));
+    answerLater(162, 68);
+}
+
+void ScriptedAppLayer::ProgrammingVoltageOff()
+{
+    record(QStringLiteral("ProgrammingVoltageOff"));
+    answerLater(163, 70);
+}
+
+void ScriptedAppLayer::FlashDelete(uint8_t architecture, uint8_t flashIndex, int32_t address, int32_t length)
+{
+    record(QStringLiteral("FlashDelete"), {int(architecture), int(flashIndex), address, length});
+    answerLater(167, 0);
+}
+
+void ScriptedAppLayer::Restart()
+{
+    record(QStringLiteral("Restart"));
+    answerLater(GeneralAnswer, StatusOk);
+}
+
+void ScriptedAppLayer::ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex,
+                                    const uint8_t *data)
+{
+    record(QStringLiteral("ProgramBlock"), {address, int(count), int(architecture), int(flashIndex),
+                                            QByteArray(reinterpret_cast<const char *>(data), count)});
+    answerLater(165, StatusOk);
+}
+
+void ScriptedAppLayer::GetManufacturerCode(int32_t &code)
+{
+    record(QStringLiteral("GetManufacturerCode"));
+    code = m_manufacturerCode;
+}
+
+void ScriptedAppLayer::ReadMemory(uint8_t architecture, int32_t address, int32_t count)
+{
+    record(QStringLiteral("ReadMemory"), {int(architecture), address, count});
+    answerLater(164, StatusOk);
+}
+
+void ScriptedAppLayer::RequestChecksum(uint8_t architecture, int32_t address, int32_t length)
+{
+    record(QStringLiteral("RequestChecksum"), {int(architecture), address, length});
+    answerLater(166, StatusOk);
+}
+
+void ScriptedAppLayer::GetDeviceCode(int32_t &code)
+{
+    record(QStringLiteral("GetDeviceCode"));
+    code = m_deviceCode;
+}
+
+void ScriptedAppLayer::GetStatus(int16_t &status)
+{
+    record(QStringLiteral("GetStatus"));
+    status = m_status;
+}
+
+void ScriptedAppLayer::GetChecksum(int32_t &checksum)
+{
+    record(QStringLiteral("GetChecksum"));
+    checksum = m_checksum;
+}
+
+void ScriptedAppLayer::GetEraseResult(int32_t &address, int16_t &status)
+{
+    record(QStringLiteral("GetEraseResult"));
+    address = m_resultAddress;
+    status = m_status;
+}
+
+void ScriptedAppLayer::GetProgramResult(int32_t &address, int16_t &status)
+{
+    record(QStringLiteral("GetProgramResult"));
+    address = m_resultAddress;
+    status = m_status;
+}
+
+void ScriptedAppLayer::GetReadLength(int32_t &length)
+{
+    record(QStringLiteral("GetReadLength"));
+    length = static_cast<int32_t>(m_readData.size());
+}
+
+void ScriptedAppLayer::GetReadData(uint8_t *data)
+{
+    record(QStringLiteral("GetReadData"));
+    if (!m_readData.isEmpty())
+        std::memcpy(data, m_readData.constData(), static_cast<size_t>(m_readData.size()));
+}
+
+void ScriptedAppLayer::Shutdown()
+{
+    record(QStringLiteral("Shutdown"));
+}
+
+void ScriptedAppLayer::CloseChannel()
+{
+    record(QStringLiteral("CloseChannel"));
+}
+
+void ScriptedAppLayer::GetErrorCode(int16_t &code)
+{
+    record(QStringLiteral("GetErrorCode"));
+    code = m_errorCodes.isEmpty() ? 0 : m_errorCodes.first();
+    if (m_errorCodes.size() > 1)
+        m_errorCodes.removeFirst();
+}
+
+void ScriptedAppLayer::GetErrorText(QString &text)
+{
+    record(QStringLiteral("GetErrorText"));
+    text = m_errorText;
+}

@@ -1,0 +1,114 @@
+#pragma once
+// An application layer for tests. It records every call with its arguments, answers the
+// getters from a script, and answers each asynchronous request with the next scripted
+// reply, raised from the event loop (never inside the request call) so that the engine
+// sees nothing before it waits.
+//
+// Without a scripted reply a request gets the answer of a healthy instrument: the response
+// id of the request with the status that passes it. Replies can also be withheld (no event at
+// all), to test Cancel and the sleeping wait.
+#include "engine/ApplicationLayer.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <QVariantList>
+#include <deque>
+#include <memory>
+#include <optional>
+
+class ScriptedAppLayer : public ApplicationLayer {
+    Q_OBJECT
+public:
+    struct Call {
+        QString name;
+        QVariantList args;
+    };
+
+    // One answer to one asynchronous request. Unset values keep the getters as they are.
+    struct Reply {
+        enum class Kind { Response, ErrorEvent, Silence };
+        Kind kind = Kind::Response;
+        std::optional<int32_t> responseId; // default: the id that answers the request
+        int16_t lastError = 0;             // for ErrorEvent
+        std::optional<int16_t> status;
+        std::optional<int32_t> resultAddress; // erase and program results
+        std::optional<int32_t> manufacturerCode;
+        std::optional<int32_t> deviceCode;
+        std::optional<int32_t> checksum;
+        std::optional<QByteArray> readData;
+        std::optional<QString> errorText;
+        // Successive GetErrorCode answers while this reply is read; the last one repeats.
+        QList<int16_t> errorCodes;
+    };
+
+    static Reply response(int32_t id) { Reply r; r.responseId = id; return r; }
+    static Reply errorEvent(int16_t lastError, const QString &text)
+    {
+        Reply r; r.kind = Reply::Kind::ErrorEvent; r.lastError = lastError; r.errorText = text; return r;
+    }
+    static Reply silence() { Reply r; r.kind = Reply::Kind::Silence; return r; }
+
+    // Scripted replies, used in order by the asynchronous requests.
+    void queueReply(const Reply &reply) { m_replies.push_back(reply); }
+    void setOpenErrorCode(int16_t code) { m_openErrorCode = code; }
+    void setTransferResult(int32_t result) { m_transferResult = result; }
+    void setErrorText(const QString &text) { m_errorText = text; }
+    // Applies a reply's getter values now, without raising an event.
+    void applyNow(const Reply &reply) { apply(reply); }
+
+    const QList<Call> &calls() const { return *m_calls; }
+    // The record of calls, shared so that it outlives the layer the engine drops at a run's end.
+    std::shared_ptr<QList<Call>> callLog() const { return m_calls; }
+    QStringList callNames() const;
+    // The calls whose name is name, in order.
+    QList<Call> callsNamed(const QString &name) const;
+
+    // ApplicationLayer
+    void UploadTransferProgram(const uint8_t *data, int32_t length, int32_t loadAddress,
+                               int32_t startAddress, int32_t &result) override;
+    void OpenChannel(const QString &initString) override;
+    void QueryManufacturerCode(int32_t address, uint8_t architecture, uint8_t flashIndex) override;
+    void ProgrammingVoltageOn() override;
+    void ProgrammingVoltageOff() override;
+    void FlashDelete(uint8_t architecture, uint8_t flashIndex, int32_t address, int32_t length) override;
+    void Restart() override;
+    void ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex,
+                      const uint8_t *data) override;
+    void GetManufacturerCode(int32_t &code) override;
+    void ReadMemory(uint8_t architecture, int32_t address, int32_t count) override;
+    void RequestChecksum(uint8_t architecture, int32_t address, int32_t length) override;
+    void GetDeviceCode(int32_t &code) override;
+    void GetStatus(int16_t &status) override;
+    void GetChecksum(int32_t &checksum) override;
+    void GetEraseResult(int32_t &address, int16_t &status) override;
+    void GetProgramResult(int32_t &address, int16_t &status) override;
+    void GetReadLength(int32_t &length) override;
+    void GetReadData(uint8_t *data) override;
+    void Shutdown() override;
+    void CloseChannel() override;
+    void GetErrorCode(int16_t &code) override;
+    void GetErrorText(QString &text) override;
+
+private:
+    void record(const QString &name, const QVariantList &args = {});
+    // Takes the next scripted reply (or the healthy default) and raises it later.
+    void answerLater(int32_t defaultId, int16_t defaultStatus);
+    void apply(const Reply &reply);
+
+    std::shared_ptr<QList<Call>> m_calls = std::make_shared<QList<Call>>();
+    std::deque<Reply> m_replies;
+    int16_t m_openErrorCode = 0;
+    int32_t m_transferResult = 0;
+
+    // Getter state
+    int16_t m_status = 0;
+    int32_t m_resultAddress = 0;
+    int32_t m_manufacturerCode = 0;
+    int32_t m_deviceCode = 0;
+    int32_t m_checksum = 0;
+    QByteArray m_readData;
+    QString m_errorText;
+    QList<int16_t> m_errorCodes;
+};
