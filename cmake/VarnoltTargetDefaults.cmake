@@ -12,6 +12,17 @@ function(varnolt_target_defaults target)
   endif()
 endfunction()
 
+# The environment of every test: the offscreen platform, and the sanitizers' options.
+function(varnolt_test_environment out)
+  set(env "QT_QPA_PLATFORM=offscreen")
+  if(VARNOLT_SANITIZE)
+    list(APPEND env "ASAN_OPTIONS=detect_leaks=1:abort_on_error=1"
+                    "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tools/lsan.supp:print_suppressions=0"
+                    "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1")
+  endif()
+  set(${out} "${env}" PARENT_SCOPE)
+endfunction()
+
 # varnolt_add_test(NAME name SOURCES ... LIBS ... LABELS ... [TIMEOUT s] [WIDGETS])
 # A Qt Test executable registered with ctest; widget tests get the offscreen platform.
 function(varnolt_add_test)
@@ -23,12 +34,7 @@ function(varnolt_add_test)
   if(NOT T_TIMEOUT)
     set(T_TIMEOUT 60)
   endif()
-  set(env "QT_QPA_PLATFORM=offscreen")
-  if(VARNOLT_SANITIZE)
-    list(APPEND env "ASAN_OPTIONS=detect_leaks=1:abort_on_error=1"
-                    "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tools/lsan.supp:print_suppressions=0"
-                    "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1")
-  endif()
+  varnolt_test_environment(env)
   set_tests_properties(${T_NAME} PROPERTIES LABELS "${T_LABELS}" TIMEOUT ${T_TIMEOUT}
                                             ENVIRONMENT "${env}")
 endfunction()

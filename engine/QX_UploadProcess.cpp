@@ -1,14 +1,22 @@
 #include "engine/QX_UploadProcess.h"
 
+#include "config/ConfigurationLoader.h"
+#include "config/ConfigurationReader.h"
+#include "config/ConfigurationSummary.h"
+#include "config/ConfigurationValidator.h"
+#include "config/ErrorCodes.h"
+#include "config/UserPrompt.h"
 #include "engine/UploadDisplay.h"
-#include "engine/UserPrompt.h"
+#include "wizard/package/PackageAccess.h"
 
 #include <QCoreApplication>
+#include <algorithm>
 #include <QEventLoop>
+#include <QFile>
 
 namespace {
 constexpr int AnimationFrames = 4;
-constexpr int32_t CodeCancelled = 11;
+const QString ProgramTitle = QStringLiteral("Varnolt");
 }
 
 QX_UploadProcess::QX_UploadProcess(ApplicationLayerFactory factory, UserPrompt &prompt, QObject *parent)
@@ -16,16 +24,72 @@ QX_UploadProcess::QX_UploadProcess(ApplicationLayerFactory factory, UserPrompt &
 {
 }
 
-QX_UploadProcess::~QX_UploadProcess() = default;
+QX_UploadProcess::~QX_UploadProcess()
+{
+    for (const QString &path : m_tempCopies)
+        QFile::remove(path);
+}
 
 void QX_UploadProcess::setComPort(const QString &sValue)
 {
     ComPort = sValue;
+    PortKeyValue = ConfigurationReader(ConfigTempFile, holder()).ReadConfigValue(QStringLiteral("HOST"), ComPort);
+    if (holder().GetLastError() != 0) {
+        PortKeyValue.clear();
+        holder().SetLastError(0);
+    }
+    DisplayConfiguration();
 }
 
 void QX_UploadProcess::setFirmwareLanguage(const QString &sValue)
 {
     FirmwareLanguage = sValue.trimmed().toUpper();
+    // While a load runs, or after one failed, only the name is kept.
+    if (ConfigInvalid)
+        return;
+    if (!BuildProgramList())
+        m_prompt.showMessage(ProgramTitle, QStringLiteral("error in language selection"));
+    DisplayConfiguration();
+}
+
+void QX_UploadProcess::setFilename(const QString &sValue)
+{
+    CancelRequested = false;
+    ConfigurationLoader(*this, holder(), WizardRunning ? m_display : nullptr).load(sValue);
+    if (!ConfigTempFile.isEmpty() && std::find(m_tempCopies.begin(), m_tempCopies.end(), ConfigTempFile) == m_tempCopies.end())
+        m_tempCopies.push_back(ConfigTempFile);
+}
+
+bool QX_UploadProcess::BuildProgramList()
+{
+    return ConfigurationLoader(*this, holder(), WizardRunning ? m_display : nullptr).BuildProgramList();
+}
+
+void QX_UploadProcess::DisplayConfiguration()
+{
+    if (WizardRunning)
+        m_display->clearSummary();
+    const bool withSettings = WizardRunning && m_display->advancedDisplay();
+    for (const QString &piece : ConfigurationSummary::pieces(*this, withSettings, holder()))
+        AppendSummary(piece);
+}
+
+bool QX_UploadProcess::ValidateConfiguration()
+{
+    return ConfigurationValidator::ValidateConfiguration(*this, holder(), m_prompt);
+}
+
+bool QX_UploadProcess::DisplayReadMe()
+{
+    if (WizardRunning)
+        m_display->setReadmeText(QString());
+    ResetUnzipper();
+    const std::optional<QString> readme = ReadPackageText(QStringLiteral("Readme.txt"));
+    if (!readme)
+        return false;
+    if (WizardRunning)
+        m_display->setReadmeText(*readme);
+    return true;
 }
 
 void QX_UploadProcess::Cancel()
@@ -35,7 +99,7 @@ void QX_UploadProcess::Cancel()
     else
         AddLogLine(QStringLiteral("Upload Cancel Received"));
     CancelRequested = true;
-    fail(CodeCancelled, QString());
+    fail(ErrorCode::Cancelled, QString());
 }
 
 bool QX_UploadProcess::UploadWizard_Running(UploadDisplay &display)

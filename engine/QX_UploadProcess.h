@@ -7,29 +7,59 @@
 // event arrives; the application layer's events and the user's Cancel are delivered only
 // during those waits, and their handlers only set flags, codes and fields.
 #include "config/LastErrorOwner.h"
+#include "config/PackageConfiguration.h"
 #include "engine/ApplicationLayer.h"
+#include "engine/EngineClock.h"
 
 #include <QObject>
 #include <QString>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
+class QX_CommandLine;
 class UploadDisplay;
 class UserPrompt;
 
-class QX_UploadProcess : public QObject, public LastErrorOwner {
+class QX_UploadProcess : public QObject, public LastErrorOwner, public PackageConfiguration {
     Q_OBJECT
 public:
     QX_UploadProcess(ApplicationLayerFactory factory, UserPrompt &prompt, QObject *parent = nullptr);
+    // Removes the temporary configuration copies this engine made.
     ~QX_UploadProcess() override;
 
     // --- Public members -------------------------------------------------------------------
+    // The user's port: reads its power-on key and refreshes the summary.
     void setComPort(const QString &sValue);
+    // The user's language: rebuilds the program list (once a configuration is loaded) and
+    // refreshes the summary.
     void setFirmwareLanguage(const QString &sValue);
     void Cancel();
+    // Fills the read-me box from the package's "Readme.txt"; false when it has none.
+    bool DisplayReadMe();
     // Puts the engine into wizard mode, writing into display from now on, and shows the window.
     bool UploadWizard_Running(UploadDisplay &display);
+    // Loads configuration member sValue of the current package; the outcome is the error code.
+    void setFilename(const QString &sValue);
+    // Writes the connection instruction (and, in the advanced display, every setting) as
+    // summary pieces.
+    void DisplayConfiguration();
     bool RestartInstrument() const { return !ContinueFlag; }
+    // Checks the loaded configuration before a run; the text collects every complaint.
+    bool ValidateConfiguration();
+    bool BuildProgramList();
+    // The whole update run; true when every step succeeded. The outcome's message is the
+    // last error.
+    bool Upload();
+
+    // --- Flash passes of a run -----------------------------------------------------------
+    bool DownloadFlashMemories();
+    bool EraseFlashMemories();
+    bool ProgramFlashMemories();
+
+    // The command line whose TransferOnly switch limits a run to the transfer program.
+    void setCommandLine(const QX_CommandLine &commandLine) { m_commandLine = &commandLine; }
+    void setClock(EngineClock clock) { m_clock = std::move(clock); }
 
     // --- Output helpers used by every engine operation ----------------------------------
     void AddLogLine(const QString &text);
@@ -41,6 +71,18 @@ public:
     // Sleeps in the event loop until ResponseReceived or CancelRequested; the caller clears
     // ResponseReceived before it sends the request and reads the error code afterwards.
     void WaitForResponse();
+    // WaitForResponse with the erase's 200 ms tick: the whole-run bar creeps on (up to
+    // ProgressAfterErase) and the animation moves while a long request is pending.
+    void WaitForResponseWithProgressTick();
+    // Clears ResponseReceived, sends the request and waits: the request-and-wait pattern.
+    // True when the answer recorded no error.
+    template <typename Request> bool request(Request send)
+    {
+        ResponseReceived = false;
+        send(*AppLayer);
+        WaitForResponse();
+        return holder().GetLastError() == 0;
+    }
 
     // --- Application layer of a run -----------------------------------------------------
     // Creates the layer through the factory and connects its events to the handlers.
@@ -53,16 +95,7 @@ public:
     void Trovex_Response(int32_t enumResponseID);
     void Trovex_Error(int16_t iLastError);
 
-    // --- Configuration fields --------------------------------------------------------------
-    QString ComPort;
-    QString PortKeyValue;
-    QString FirmwareLanguage;
-    QString BaudText;
-    int32_t ArchitectureIndex = 0;
-    bool ContinueFlag = true;
-    bool ConfigInvalid = true;
-    int32_t ProgressTotal = 0;
-    int32_t ProgressAfterErase = 0;
+    // The configuration fields are those of PackageConfiguration.
 
     // --- Run state ----------------------------------------------------------------------
     bool WizardRunning = false;
@@ -75,6 +108,8 @@ public:
     int32_t ProgressDrawn = 0;
     bool AnimateReverse = false;
     int16_t AnimationFrame = 0;
+    int64_t CurrentTick = 0;       // the tick stamps of the progress ticks, in ms
+    int64_t LastAnimationTick = 0;
 
     // The engine's own last-error holder, created on first use and never replaced.
     QX_Error &ErrorHolder() const { return holder(); }
@@ -85,9 +120,24 @@ signals:
 
 private:
     bool failIfLayerError(); // shared by the 161 and 166 answers
+    // Calls AnimateStep when a progress tick has passed since the last one.
+    void animateOnTick();
+    bool openChannel();
+    QString initString() const;
+    bool uploadTransferProgram();
+    bool identifyFlashMemories();
+    void finishRun(int startSecond);
+    int wholeSecondOfDay() const;
+    // The memory that holds [start, end): the last in list order, or none.
+    const QX_Memory *memoryHolding(int32_t start, int32_t end) const;
+    bool readBackEntry(const QX_Download &entry, uint8_t *buffer);
+    bool programEntry(const QX_Program &entry, uint8_t *buffer);
 
     ApplicationLayerFactory m_factory;
     UserPrompt &m_prompt;
     UploadDisplay *m_display = nullptr; // set once, by UploadWizard_Running
+    std::vector<QString> m_tempCopies;  // configuration copies to remove at the end
+    const QX_CommandLine *m_commandLine = nullptr;
+    EngineClock m_clock = EngineClock::system();
     std::unique_ptr<ApplicationLayer> AppLayer;
 };

@@ -3,6 +3,7 @@
 // never clear an error and never send a request.
 #include "engine/QX_UploadProcess.h"
 
+#include "config/ErrorCodes.h"
 #include "config/TextFormat.h"
 
 namespace {
@@ -25,15 +26,6 @@ constexpr int16_t StatusVoltageOff = 70;
 constexpr int16_t StatusReadFailed = 32;  // the one value that fails a read
 constexpr int16_t StatusEraseFailed = 65; // the one value that fails an erase
 
-// Error codes recorded here
-constexpr int32_t CodeProgramming = 101;
-constexpr int32_t CodeVoltageOn = 104;
-constexpr int32_t CodeVoltageOff = 105;
-constexpr int32_t CodeRead = 106;
-constexpr int32_t CodeErase = 107;
-constexpr int32_t CodeGeneral = 109;
-constexpr int32_t CodeLayer = 111;
-
 } // namespace
 
 bool QX_UploadProcess::failIfLayerError()
@@ -44,7 +36,7 @@ bool QX_UploadProcess::failIfLayerError()
         return false;
     QString text;
     AppLayer->GetErrorText(text);
-    fail(CodeLayer, text);
+    fail(ErrorCode::CommunicationsLayer, text);
     return true;
 }
 
@@ -60,7 +52,7 @@ void QX_UploadProcess::Trovex_Response(int32_t enumResponseID)
     switch (enumResponseID) {
     case General:
         AppLayer->GetStatus(status);
-        checkStatus(status == StatusOk, status, CodeGeneral);
+        checkStatus(status == StatusOk, status, ErrorCode::GeneralError);
         break;
     case ManufacturerCodeAnswer:
         if (failIfLayerError())
@@ -73,20 +65,20 @@ void QX_UploadProcess::Trovex_Response(int32_t enumResponseID)
         break;
     case VoltageOnAnswer:
         AppLayer->GetStatus(status);
-        checkStatus(status == StatusVoltageOn, status, CodeVoltageOn);
+        checkStatus(status == StatusVoltageOn, status, ErrorCode::VoltageOnRefused);
         break;
     case VoltageOffAnswer:
         AppLayer->GetStatus(status);
-        checkStatus(status == StatusVoltageOff, status, CodeVoltageOff);
+        checkStatus(status == StatusVoltageOff, status, ErrorCode::VoltageOffRefused);
         break;
     case ReadAnswer:
         AppLayer->GetStatus(status);
-        checkStatus(status != StatusReadFailed, status, CodeRead);
+        checkStatus(status != StatusReadFailed, status, ErrorCode::ReadFailed);
         break;
     case ProgramAnswer:
         AppLayer->GetProgramResult(address, status);
         if (status != StatusOk)
-            fail(CodeProgramming, TextFormat::hex(address));
+            fail(ErrorCode::ProgrammingFailed, TextFormat::hex(address));
         break;
     case ChecksumAnswer:
         if (failIfLayerError())
@@ -97,7 +89,7 @@ void QX_UploadProcess::Trovex_Response(int32_t enumResponseID)
     case EraseAnswer:
         AppLayer->GetEraseResult(address, status);
         if (status == StatusEraseFailed)
-            fail(CodeErase, TextFormat::hex(address));
+            fail(ErrorCode::EraseFailed, TextFormat::hex(address));
         break;
     default:
         break; // any other answer only ends the wait
@@ -109,6 +101,6 @@ void QX_UploadProcess::Trovex_Error(int16_t iLastError)
 {
     QString text;
     AppLayer->GetErrorText(text);
-    fail(CodeLayer, TextFormat::dec(iLastError) + QLatin1Char(' ') + text.trimmed());
+    fail(ErrorCode::CommunicationsLayer, TextFormat::dec(iLastError) + QLatin1Char(' ') + text.trimmed());
     ResponseReceived = true;
 }

@@ -1,11 +1,13 @@
 #pragma once
 // What the engine draws into in wizard mode: the controls of the wizard window that the
 // engine writes directly (log list, action line, bars, animation, navigation, summary,
-// read-me box, selectors). The window implements it; tests implement it with a recorder.
+// read-me box, and the selectors of SelectorView). The window implements it; tests implement it with a recorder.
+#include "config/SelectorView.h"
+
 #include <QString>
 #include <cstdint>
 
-class UploadDisplay {
+class UploadDisplay : public SelectorView {
 public:
     virtual ~UploadDisplay() = default;
 
@@ -32,13 +34,6 @@ public:
     virtual void clearSummary() = 0;
     virtual void appendSummary(const QString &piece) = 0;
     virtual bool advancedDisplay() const = 0;
-    // Selectors; setting the current text runs their change handler as a user's choice would.
-    virtual void clearPorts() = 0;
-    virtual void addPort(const QString &port) = 0;
-    virtual void setPortText(const QString &port) = 0;
-    virtual void clearLanguages() = 0;
-    virtual void addLanguage(const QString &language) = 0;
-    virtual void setLanguageText(const QString &language) = 0;
 
     // Introduction step
     virtual void setReadmeText(const QString &text) = 0;

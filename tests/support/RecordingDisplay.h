@@ -25,7 +25,8 @@ public:
     QString readme;
     QStringList ports, languages;
     QString portText, languageText;
-    // Stand in for the selectors' change handlers.
+    // Stand in for the selectors' change handlers. Like a drop-down list, a selector changes
+    // its selection (and runs the handler) only for a text that is one of its items.
     std::function<void(const QString &)> onPortText, onLanguageText;
 
     bool showWindow() override { return showWindowResult; }
@@ -45,14 +46,14 @@ public:
     void setPortText(const QString &port) override
     {
         portText = port;
-        if (onPortText) onPortText(port);
+        if (onPortText && ports.contains(port)) onPortText(port);
     }
     void clearLanguages() override { languages.clear(); }
     void addLanguage(const QString &language) override { languages << language; }
     void setLanguageText(const QString &language) override
     {
         languageText = language;
-        if (onLanguageText) onLanguageText(language);
+        if (onLanguageText && languages.contains(language)) onLanguageText(language);
     }
     void setReadmeText(const QString &text) override { readme = text; }
 };

@@ -7,6 +7,9 @@ namespace {
 // Answer ids and passing statuses of a healthy instrument
 constexpr int32_t GeneralAnswer = 32;
 constexpr int16_t StatusOk = 66;
+constexpr int16_t StatusVoltageOn = 68;
+constexpr int16_t StatusVoltageOff = 70;
+constexpr int16_t StatusErased = 0;
 }
 
 QStringList ScriptedAppLayer::callNames() const
@@ -43,17 +46,29 @@ void ScriptedAppLayer::apply(const Reply &reply)
     m_errorCodes = reply.errorCodes;
 }
 
-void ScriptedAppLayer::answerLater(int32_t defaultId, int16_t defaultStatus)
+void ScriptedAppLayer::answerLater(int32_t defaultId, Reply healthy)
 {
-    Reply reply;
+    Reply reply = std::move(healthy);
     if (!m_replies.empty()) {
-        reply = m_replies.front();
+        // What the script leaves unset is what a healthy instrument would answer.
+        const Reply scripted = m_replies.front();
         m_replies.pop_front();
-    } else {
-        reply.status = defaultStatus;
+        reply.kind = scripted.kind;
+        reply.lastError = scripted.lastError;
+        reply.errorCodes = scripted.errorCodes;
+        if (scripted.responseId) reply.responseId = scripted.responseId;
+        if (scripted.status) reply.status = scripted.status;
+        if (scripted.resultAddress) reply.resultAddress = scripted.resultAddress;
+        if (scripted.manufacturerCode) reply.manufacturerCode = scripted.manufacturerCode;
+        if (scripted.deviceCode) reply.deviceCode = scripted.deviceCode;
+        if (scripted.checksum) reply.checksum = scripted.checksum;
+        if (scripted.readData) reply.readData = scripted.readData;
+        if (scripted.errorText) reply.errorText = scripted.errorText;
     }
-    if (reply.kind == Reply::Kind::Silence)
+    if (reply.kind == Reply::Kind::Silence) {
+        emit requestWithheld();
         return;
+    }
     // Queued on this object, so a reply still pending when the layer is dropped is dropped too.
     QTimer::singleShot(0, this, [this, reply, defaultId] {
         apply(reply);
@@ -81,31 +96,31 @@ void ScriptedAppLayer::OpenChannel(const QString &initString)
 void ScriptedAppLayer::QueryManufacturerCode(int32_t address, uint8_t architecture, uint8_t flashIndex)
 {
     record(QStringLiteral("QueryManufacturerCode"), {address, int(architecture), int(flashIndex)});
-    answerLater(161, StatusOk);
+    answerLater(161, passing(StatusOk));
 }
 
 void ScriptedAppLayer::ProgrammingVoltageOn()
 {
     record(QStringLiteral("ProgrammingVoltageOn"));
-    answerLater(162, 68);
+    answerLater(162, passing(StatusVoltageOn));
 }
 
 void ScriptedAppLayer::ProgrammingVoltageOff()
 {
     record(QStringLiteral("ProgrammingVoltageOff"));
-    answerLater(163, 70);
+    answerLater(163, passing(StatusVoltageOff));
 }
 
 void ScriptedAppLayer::FlashDelete(uint8_t architecture, uint8_t flashIndex, int32_t address, int32_t length)
 {
     record(QStringLiteral("FlashDelete"), {int(architecture), int(flashIndex), address, length});
-    answerLater(167, 0);
+    answerLater(167, passing(StatusErased));
 }
 
 void ScriptedAppLayer::Restart()
 {
     record(QStringLiteral("Restart"));
-    answerLater(GeneralAnswer, StatusOk);
+    answerLater(GeneralAnswer, passing(StatusOk));
 }
 
 void ScriptedAppLayer::ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex,
@@ -113,7 +128,11 @@ void ScriptedAppLayer::ProgramBlock(int32_t address, int16_t count, uint8_t arch
 {
     record(QStringLiteral("ProgramBlock"), {address, int(count), int(architecture), int(flashIndex),
                                             QByteArray(reinterpret_cast<const char *>(data), count)});
-    answerLater(165, StatusOk);
+    for (int i = 0; i < count; ++i)
+        (*m_flash)[static_cast<uint32_t>(address) + static_cast<uint32_t>(i)] = data[i];
+    Reply healthy = passing(StatusOk);
+    healthy.resultAddress = address;
+    answerLater(165, healthy);
 }
 
 void ScriptedAppLayer::GetManufacturerCode(int32_t &code)
@@ -125,13 +144,29 @@ void ScriptedAppLayer::GetManufacturerCode(int32_t &code)
 void ScriptedAppLayer::ReadMemory(uint8_t architecture, int32_t address, int32_t count)
 {
     record(QStringLiteral("ReadMemory"), {int(architecture), address, count});
-    answerLater(164, StatusOk);
+    Reply healthy = passing(StatusOk);
+    if (m_readSource) {
+        healthy.readData = m_readSource(address, count);
+    } else {
+        QByteArray bytes(count, '\0');
+        for (int32_t i = 0; i < count; ++i)
+            bytes[i] = static_cast<char>((address + i) & 0xFF);
+        healthy.readData = bytes;
+    }
+    answerLater(164, healthy);
 }
 
 void ScriptedAppLayer::RequestChecksum(uint8_t architecture, int32_t address, int32_t length)
 {
     record(QStringLiteral("RequestChecksum"), {int(architecture), address, length});
-    answerLater(166, StatusOk);
+    uint32_t sum = 0;
+    for (int32_t i = 0; i < length; ++i) {
+        const auto byte = m_flash->find(static_cast<uint32_t>(address) + static_cast<uint32_t>(i));
+        sum += byte == m_flash->end() ? 0xFFu : byte->second; // erased flash reads FF
+    }
+    Reply healthy = passing(StatusOk);
+    healthy.checksum = static_cast<int32_t>(sum & 0xFF);
+    answerLater(166, healthy);
 }
 
 void ScriptedAppLayer::GetDeviceCode(int32_t &code)

@@ -5,8 +5,10 @@
 // sees nothing before it waits.
 //
 // Without a scripted reply a request gets the answer of a healthy instrument: the response
-// id of the request with the status that passes it. Replies can also be withheld (no event at
-// all), to test Cancel and the sleeping wait.
+// id of the request with the status that passes it; programmed blocks are kept in a flash
+// map, a checksum request sums the bytes programmed in its range, and a read delivers the
+// read source's bytes. Replies can also be withheld (no event at all), to test Cancel and the
+// sleeping wait.
 #include "engine/ApplicationLayer.h"
 
 #include <QByteArray>
@@ -15,6 +17,8 @@
 #include <QStringList>
 #include <QVariantList>
 #include <deque>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 
@@ -26,7 +30,7 @@ public:
         QVariantList args;
     };
 
-    // One answer to one asynchronous request. Unset values keep the getters as they are.
+    // One answer to one asynchronous request. Unset values are those of the healthy answer.
     struct Reply {
         enum class Kind { Response, ErrorEvent, Silence };
         Kind kind = Kind::Response;
@@ -55,6 +59,11 @@ public:
     void setOpenErrorCode(int16_t code) { m_openErrorCode = code; }
     void setTransferResult(int32_t result) { m_transferResult = result; }
     void setErrorText(const QString &text) { m_errorText = text; }
+    // Where a healthy read takes its bytes from (default: the low byte of each address).
+    void setReadSource(std::function<QByteArray(int32_t address, int32_t count)> source) { m_readSource = std::move(source); }
+    // The bytes programmed so far, by address; shared so that it outlives the layer.
+    using Flash = std::map<uint32_t, uint8_t>;
+    std::shared_ptr<Flash> flash() const { return m_flash; }
     // Applies a reply's getter values now, without raising an event.
     void applyNow(const Reply &reply) { apply(reply); }
 
@@ -91,13 +100,20 @@ public:
     void GetErrorCode(int16_t &code) override;
     void GetErrorText(QString &text) override;
 
+signals:
+    // A request was answered with silence: nothing will come unless the test raises it.
+    void requestWithheld();
+
 private:
     void record(const QString &name, const QVariantList &args = {});
-    // Takes the next scripted reply (or the healthy default) and raises it later.
-    void answerLater(int32_t defaultId, int16_t defaultStatus);
+    // Takes the next scripted reply (or the healthy answer) and raises it later.
+    void answerLater(int32_t defaultId, Reply healthy);
+    static Reply passing(int16_t status) { Reply r; r.status = status; return r; }
     void apply(const Reply &reply);
 
     std::shared_ptr<QList<Call>> m_calls = std::make_shared<QList<Call>>();
+    std::shared_ptr<Flash> m_flash = std::make_shared<Flash>();
+    std::function<QByteArray(int32_t, int32_t)> m_readSource;
     std::deque<Reply> m_replies;
     int16_t m_openErrorCode = 0;
     int32_t m_transferResult = 0;

@@ -1,6 +1,6 @@
 #pragma once
 // A prompt for tests: answers yes/no questions from a script and records every question.
-#include "engine/UserPrompt.h"
+#include "config/UserPrompt.h"
 
 #include <QList>
 #include <QString>

@@ -1,0 +1,16 @@
+#pragma once
+// Checks a loaded configuration just before a run, for what the load could not check: a
+// serial speed that divides 115200, known flash chips, the transfer program and images in
+// the package, read-back files that may be written. Every complaint is collected.
+#include <QString>
+
+struct PackageConfiguration;
+class QX_Error;
+class UserPrompt;
+
+class ConfigurationValidator {
+public:
+    // False when anything is wrong; the holder's text then lists every complaint (its code
+    // is left to the caller).
+    static bool ValidateConfiguration(PackageConfiguration &config, QX_Error &errors, UserPrompt &prompt);
+};

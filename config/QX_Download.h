@@ -1,0 +1,29 @@
+#pragma once
+// One memory range to read back into a file on the host. Value: start address, length,
+// file. Validate prepares the file: it asks before an existing file is overwritten.
+#include "config/LastErrorOwner.h"
+
+class UserPrompt;
+
+class QX_Download : public LastErrorOwner {
+public:
+    bool Init(const QString &sInitString, const QString &sSrcPath);
+
+    QString Filename() const { return m_filename; }
+    void setFilename(const QString &sValue) { m_filename = sValue.trimmed(); }
+    int32_t StartAddress() const { return m_startAddress; }
+    void setStartAddress(int32_t value) { m_startAddress = value; }
+    int32_t EndAddress() const { return m_endAddress; }
+    void setLength(int32_t value);
+    int32_t Length() const { return m_length; }
+    // Asks before overwriting an existing file, then makes sure the file can be written
+    // (creating it empty when missing). False when the user declines or the file cannot
+    // be opened; the entry's holder says which.
+    bool Validate(UserPrompt &prompt);
+
+private:
+    QString m_filename;
+    int32_t m_startAddress = 0;
+    int32_t m_endAddress = 0;
+    int32_t m_length = 0;
+};

@@ -1,0 +1,37 @@
+#include "config/QX_Program.h"
+
+#include "config/EntryFields.h"
+#include "config/ErrorCodes.h"
+#include "wizard/package/PackageAccess.h"
+
+bool QX_Program::Init(const QString &sInitString, const QString &sSrcPath)
+{
+    m_validate = true;
+    const EntryFields fields(sInitString);
+    return fields.takeNumber(0, [this](int32_t v) { setLoadAddress(v); })
+           && fields.takeText(1, [&](const QString &name) { setFilename(EntryFields::resolveFileName(name, sSrcPath)); });
+}
+
+void QX_Program::setFilename(const QString &sValue)
+{
+    m_filename = sValue.trimmed();
+    if (PackageFileExists(m_filename)) {
+        m_length = PackageFileSize(m_filename);
+        m_endAddress = EntryFields::endOf(m_loadAddress, m_length);
+        if (m_length == 0) {
+            // Nothing to program and nothing to verify: an empty member is a broken package.
+            m_validate = false;
+            fail(ErrorCode::ProgramEntryInvalid, QStringLiteral(" File Is Empty ") + m_filename);
+        }
+    } else {
+        m_validate = false;
+        fail(ErrorCode::ProgramEntryInvalid, QStringLiteral(" File Not Found ") + m_filename);
+    }
+}
+
+void QX_Program::setLength(int32_t value)
+{
+    m_length = value;
+    m_endAddress = EntryFields::endOf(m_loadAddress, m_length);
+    m_validate = true;
+}

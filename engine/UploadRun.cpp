@@ -1,0 +1,162 @@
+// The whole update run: validate, open the channel, load and start the transfer program,
+// identify the flash memories, read back, erase, program, restart, close. Every step logs
+// one line; every path ends in the same shutdown and the elapsed-time line.
+#include "engine/QX_UploadProcess.h"
+
+#include "config/ErrorCodes.h"
+#include "config/TextFormat.h"
+#include "engine/UploadDisplay.h"
+#include "wizard/QX_CommandLine.h"
+#include "wizard/package/PackageAccess.h"
+
+#include <vector>
+
+using TextFormat::dec;
+using TextFormat::hex;
+
+namespace {
+constexpr int32_t ProgressUnitsPerStep = 10;
+constexpr int SecondsPerDay = 24 * 60 * 60;
+const QString SerialClass = QStringLiteral("clsid:7A3E21C4-5B90-4D17-9E2A-3C6F0B8D1E55 ");
+const QString GpibInit = QStringLiteral("clsid:C18F5D02-6E47-4A3B-8B91-2D7E4F6A9C03 GPIB0");
+const QString DefaultSerial = QStringLiteral("COM1:115200,E,8,1");
+} // namespace
+
+bool QX_UploadProcess::Upload()
+{
+    const int startSecond = wholeSecondOfDay();
+    ProgressCount = 0;
+    ProgressDrawn = 0;
+    CancelRequested = false;
+    holder().SetLastError(0);
+
+    bool result = false;
+    if (!ValidateConfiguration()) {
+        holder().SetLastError(ErrorCode::ValidationFailed);
+    } else {
+        fail(0, QString());
+        if (WizardRunning)
+            m_display->setBackNextEnabled(false);
+        else
+            DisplayConfiguration();
+        int16_t percent = 0;
+        ShowAction(QStringLiteral("Upload Firmware"), percent);
+        AddLogLine(QStringLiteral("UPLOAD FIRMWARE STARTED"));
+        UpdateEntireProgress();
+        result = openChannel() && uploadTransferProgram()
+                 && ((m_commandLine && m_commandLine->TransferOnly())
+                     || (identifyFlashMemories() && DownloadFlashMemories() && EraseFlashMemories()
+                         && ProgramFlashMemories()));
+        if (result && !(m_commandLine && m_commandLine->TransferOnly()) && !ContinueFlag) {
+            request([](ApplicationLayer &layer) { layer.Restart(); });
+            AddLogLine(QStringLiteral("Instrument Restarted"));
+        }
+    }
+    if (holder().GetLastError() != 0)
+        result = false;
+    finishRun(startSecond);
+    return result;
+}
+
+QString QX_UploadProcess::initString() const
+{
+    if (ComPort.contains(QStringLiteral("COM"), Qt::CaseInsensitive))
+        return SerialClass + ComPort.trimmed() + QLatin1Char(':') + BaudText.trimmed() + QStringLiteral(",E,8,1");
+    if (ComPort.contains(QStringLiteral("GPIB"), Qt::CaseInsensitive))
+        return GpibInit; // the board number is always 0
+    return SerialClass + DefaultSerial;
+}
+
+bool QX_UploadProcess::openChannel()
+{
+    ApplicationLayer *layer = CreateAppLayer();
+    int16_t code = -1;
+    if (layer) {
+        AnimateStep();
+        layer->OpenChannel(initString());
+        layer->GetErrorCode(code);
+    }
+    if (code == 0)
+        return true;
+    fail(ErrorCode::CommunicationsLayer, QStringLiteral("Communications Port failed to initialise"));
+    DropAppLayer();
+    return false;
+}
+
+bool QX_UploadProcess::uploadTransferProgram()
+{
+    AnimateStep();
+    const QString name = TransferProgram.Filename();
+    const int32_t size = PackageFileSize(name);
+    std::vector<uint8_t> image(static_cast<size_t>(size) + 1);
+    const int32_t length = ReadPackageFile(name, image.data(), size, 0);
+    AddLogLine(QStringLiteral("Transfer Program Read (") + name + QStringLiteral(")"));
+    AnimateStep();
+
+    int32_t resultCode = 0;
+    AppLayer->UploadTransferProgram(image.data(), length, TransferProgram.LoadAddress(), TransferProgram.ExecAddress(),
+                                    resultCode);
+    if (resultCode != 0) {
+        AddLogLine(QStringLiteral("Transfer Program Failed, Error Code = ") + hex(resultCode));
+        QString text;
+        AppLayer->GetErrorText(text);
+        fail(ErrorCode::TransferFailed, text);
+        return false;
+    }
+    if (m_commandLine && m_commandLine->TransferOnly())
+        return true;
+    AddLogLine(QStringLiteral("Transfer Program Running"));
+    ProgressCount += ProgressUnitsPerStep;
+    UpdateEntireProgress();
+    AnimateStep();
+    return true;
+}
+
+bool QX_UploadProcess::identifyFlashMemories()
+{
+    for (const QX_Memory &memory : Memories) {
+        AnimateStep();
+        if (!request([&](ApplicationLayer &layer) {
+                layer.QueryManufacturerCode(memory.StartAddress(), static_cast<uint8_t>(ArchitectureIndex),
+                                            static_cast<uint8_t>(memory.FlashnameIndex()));
+            })) {
+            AddLogLine(QStringLiteral("QueryManufacturerCode ERROR"));
+            return false;
+        }
+        AddLogLine(QStringLiteral("Manufacturer H") + hex(ManufacturerCode) + QStringLiteral(", Device H") + hex(DeviceCode));
+        ProgressCount += ProgressUnitsPerStep;
+        UpdateEntireProgress();
+    }
+    return true;
+}
+
+void QX_UploadProcess::finishRun(int startSecond)
+{
+    if (AppLayer) {
+        AddLogLine(QStringLiteral("Close Communication Channel"));
+        AppLayer->CloseChannel();
+        AddLogLine(QStringLiteral("Shutdown Application Layer"));
+        AppLayer->Shutdown();
+        AddLogLine(QStringLiteral("Shutdown Complete"));
+        DropAppLayer();
+    }
+    int elapsed = wholeSecondOfDay() - startSecond;
+    if (elapsed < 0)
+        elapsed += SecondsPerDay; // the run went past midnight
+    const int minutes = elapsed / 60;
+    AddLogLine(QStringLiteral("Firmware Upload Process completed in ") + dec(minutes) + QStringLiteral(" Minutes ")
+               + dec(elapsed - 60 * minutes) + QStringLiteral(" Seconds"));
+    if (!WizardRunning)
+        return;
+    if (CancelRequested) {
+        fail(ErrorCode::Cancelled, QString());
+        return;
+    }
+    m_display->setBackNextEnabled(true);
+    m_display->pressNext();
+}
+
+int QX_UploadProcess::wholeSecondOfDay() const
+{
+    return static_cast<int>(TextFormat::roundHalfEven(m_clock.secondsSinceMidnight()));
+}

@@ -1,0 +1,133 @@
+// Reading the configured memory ranges back into files on the host, before anything is
+// erased. Each file is written beside its final name and put in place only when its range
+// was read completely, then flushed to disk: after the erase it may be the only copy of the
+// instrument's calibration data, and a failed read never destroys an earlier copy.
+#include "engine/QX_UploadProcess.h"
+
+#include "config/EntryFields.h"
+#include "config/ErrorCodes.h"
+#include "config/TextFormat.h"
+#include "engine/Timeouts.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSaveFile>
+
+#include <array>
+#include <fcntl.h>
+#include <unistd.h>
+
+using TextFormat::dec;
+using TextFormat::hex;
+
+namespace {
+constexpr int ReadBufferBytes = 4001; // the largest block (4000) and one spare byte
+
+// Makes the rename of a file durable: the folder's entry must reach the disk too.
+void syncFolderOf(const QString &path)
+{
+    const QByteArray folder = QFile::encodeName(QFileInfo(path).absolutePath());
+    const int fd = ::open(folder.constData(), O_RDONLY | O_DIRECTORY);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+}
+} // namespace
+
+bool QX_UploadProcess::DownloadFlashMemories()
+{
+    std::array<uint8_t, ReadBufferBytes> buffer{};
+    AnimateReverse = true;
+    AddLogLine(QStringLiteral("Download Flash Memories Started"));
+    bool result = true;
+    for (const QX_Download &entry : Downloads) {
+        if (!readBackEntry(entry, buffer.data()))
+            return false;
+        if (CancelRequested) {
+            result = false;
+            break;
+        }
+    }
+    AddLogLine(QStringLiteral("Download Flash Memories Completed"));
+    AnimateReverse = false;
+    return result;
+}
+
+bool QX_UploadProcess::readBackEntry(const QX_Download &entry, uint8_t *buffer)
+{
+    const QString action = QStringLiteral("Read File = ") + entry.Filename();
+    AddLogLine(action);
+    int16_t lastPercent = 0;
+    ShowAction(action, lastPercent);
+
+    QSaveFile file(entry.Filename());
+    const auto fileFailure = [&] {
+        fail(ErrorCode::UploadEntryInvalid, QLatin1Char(' ') + entry.Filename() + QStringLiteral(": ") + file.errorString());
+        return false;
+    };
+    if (!file.open(QIODevice::WriteOnly))
+        return fileFailure();
+
+    const auto componentFailure = [&](int16_t code) {
+        QString text;
+        AppLayer->GetErrorText(text);
+        fail(ErrorCode::CommunicationsLayer, dec(code) + QLatin1Char(' ') + text);
+        return false;
+    };
+    int32_t received = 0;
+    int emptyReads = 0;
+    do {
+        const int32_t n = (MaxProgLen + received >= entry.Length()) ? entry.Length() - received : MaxProgLen;
+        if (n > 0) {
+            const int32_t address = EntryFields::endOf(entry.StartAddress(), received);
+            if (!request([&](ApplicationLayer &layer) {
+                    layer.ReadMemory(static_cast<uint8_t>(ArchitectureIndex), address, n);
+                })) {
+                AddLogLine(QStringLiteral("Read ERROR"));
+                return false;
+            }
+            int32_t delivered = 0;
+            int16_t code = 0;
+            AppLayer->GetReadLength(delivered);
+            AppLayer->GetErrorCode(code);
+            if (code != 0)
+                return componentFailure(code);
+            if (delivered < 0 || delivered > n) {
+                // More than was asked for would not fit the buffer: the answer cannot be trusted.
+                fail(ErrorCode::CommunicationsLayer, QStringLiteral("0 The instrument delivered ") + dec(delivered) + QStringLiteral(" bytes at address H")
+                                    + hex(address) + QStringLiteral(" where at most ") + dec(n) + QStringLiteral(" were asked for"));
+                return false;
+            }
+            AppLayer->GetReadData(buffer);
+            AppLayer->GetErrorCode(code);
+            if (code != 0)
+                return componentFailure(code);
+            if (delivered == 0 && ++emptyReads >= Timeouts::EmptyReadAttempts) {
+                fail(ErrorCode::CommunicationsLayer, QStringLiteral("0 The instrument delivered no data at address H") + hex(address)
+                                    + QStringLiteral(" (") + dec(emptyReads) + QStringLiteral(" attempts)"));
+                return false;
+            }
+            if (delivered > 0)
+                emptyReads = 0;
+            if (file.write(reinterpret_cast<const char *>(buffer), delivered) != delivered)
+                return fileFailure();
+            ++ProgressCount;
+            UpdateEntireProgress();
+            received += delivered;
+        }
+        animateOnTick();
+        int16_t percent = TextFormat::actionPercent(received, entry.Length());
+        if (percent > lastPercent) {
+            lastPercent = percent;
+            ShowAction(action, percent);
+        }
+    } while (received < entry.Length() && !CancelRequested);
+
+    if (CancelRequested)
+        return true; // the caller ends the pass; the earlier file stays untouched
+    if (!file.commit())
+        return fileFailure();
+    syncFolderOf(entry.Filename());
+    return true;
+}

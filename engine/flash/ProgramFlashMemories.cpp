@@ -1,0 +1,109 @@
+// Programming each image block by block, each under its own period of programming voltage,
+// and comparing the instrument's checksum with the one summed while sending.
+#include "engine/QX_UploadProcess.h"
+
+#include "config/EntryFields.h"
+#include "config/ErrorCodes.h"
+#include "config/TextFormat.h"
+#include "wizard/package/PackageAccess.h"
+
+#include <array>
+
+using TextFormat::dec;
+using TextFormat::hex;
+
+namespace {
+constexpr int BlockBufferBytes = 4001; // the largest block (4000) and one spare byte
+} // namespace
+
+bool QX_UploadProcess::ProgramFlashMemories()
+{
+    std::array<uint8_t, BlockBufferBytes> buffer{};
+    bool result = true;
+    AddLogLine(QStringLiteral("Program Flash Memories Started"));
+    for (const QX_Program &entry : Programs) {
+        const QString action = QStringLiteral("Program File = ") + entry.Filename();
+        AddLogLine(action);
+        int16_t percent = 0;
+        ShowAction(action, percent);
+        if (!request([](ApplicationLayer &layer) { layer.ProgrammingVoltageOn(); })) {
+            AddLogLine(QStringLiteral("Error setting Programming Voltage On"));
+            return false;
+        }
+        AddLogLine(QStringLiteral("Programming Voltage On"));
+        if (!memoryHolding(entry.LoadAddress(), entry.EndAddress())) {
+            result = false;
+            AddLogLine(QStringLiteral("Program Configuration ERROR"));
+            break;
+        }
+        if (!programEntry(entry, buffer.data()))
+            return false;
+    }
+    AddLogLine(QStringLiteral("Program Flash Memories Completed"));
+    return result;
+}
+
+bool QX_UploadProcess::programEntry(const QX_Program &entry, uint8_t *buffer)
+{
+    const QString action = QStringLiteral("Program File = ") + entry.Filename();
+    const QX_Memory &memory = *memoryHolding(entry.LoadAddress(), entry.EndAddress());
+    const int32_t length = PackageFileSize(entry.Filename());
+    int32_t sent = 0;
+    uint32_t hostSum = 0;
+    int32_t blocks = 0; // 32 bits: a large image must not wrap the logged count
+    int16_t lastPercent = 0;
+    do {
+        ++blocks;
+        const int32_t n = ReadPackageFile(entry.Filename(), buffer, MaxProgLen, sent);
+        if (n <= 0 && sent < length) {
+            // The member cannot be read (damaged archive): stop instead of sending nothing for ever.
+            AddLogLine(QStringLiteral("Prog ERROR"));
+            fail(ErrorCode::ProgramEntryInvalid, QStringLiteral(" File Not Readable ") + entry.Filename() + QStringLiteral(" at byte ")
+                                       + dec(sent));
+            return false;
+        }
+        for (int32_t i = 0; i < n; ++i)
+            hostSum += buffer[i];
+        const int32_t address = EntryFields::endOf(entry.LoadAddress(), sent);
+        if (n > 0 && !request([&](ApplicationLayer &layer) {
+                layer.ProgramBlock(address, static_cast<int16_t>(n), static_cast<uint8_t>(ArchitectureIndex),
+                                   static_cast<uint8_t>(memory.FlashnameIndex()), buffer);
+            })) {
+            AddLogLine(QStringLiteral("Prog ERROR"));
+            return false;
+        }
+        sent += n;
+        ++ProgressCount;
+        UpdateEntireProgress();
+        animateOnTick();
+        int16_t percent = TextFormat::actionPercent(sent, length);
+        if (percent > lastPercent) {
+            lastPercent = percent;
+            ShowAction(action, percent);
+        }
+    } while (sent < length && !CancelRequested);
+
+    if (!request([](ApplicationLayer &layer) { layer.ProgrammingVoltageOff(); })) {
+        AddLogLine(QStringLiteral("Error setting Programming Voltage Off"));
+        return false;
+    }
+    AddLogLine(QStringLiteral("Programming Voltage Off"));
+    AddLogLine(QStringLiteral("Checksum( H") + dec(ArchitectureIndex) + QStringLiteral(" , H") + hex(entry.LoadAddress())
+               + QStringLiteral(" , H") + hex(length) + QStringLiteral(" )"));
+    if (!request([&](ApplicationLayer &layer) {
+            layer.RequestChecksum(static_cast<uint8_t>(ArchitectureIndex), entry.LoadAddress(), length);
+        })) {
+        AddLogLine(QStringLiteral("Error getting Checksum"));
+        return false;
+    }
+    AddLogLine(QStringLiteral("Checksum, Target = H") + hex(TargetChecksum));
+    const int32_t hostChecksum = static_cast<int32_t>(hostSum & 0xFF);
+    if (hostChecksum != TargetChecksum) {
+        AddLogLine(QStringLiteral("Checksum Error,  Target = H") + hex(TargetChecksum) + QStringLiteral(" Host = H")
+                   + hex(hostChecksum));
+        return false;
+    }
+    AddLogLine(QStringLiteral("Checksum Matches, Host = H") + hex(hostChecksum));
+    AddLogLine(QStringLiteral("Block Count = ") + dec(blocks));
+    return true;
+}

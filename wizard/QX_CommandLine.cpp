@@ -1,0 +1,58 @@
+#include "wizard/QX_CommandLine.h"
+
+#include "config/ErrorCodes.h"
+
+#include <QFileInfo>
+#include <QStringList>
+
+namespace {
+const QString PortKeyword = QStringLiteral("PORT");
+const QString LanguageKeyword = QStringLiteral("FIRMWARE_LANGUAGE");
+
+// Only the blank character is trimmed, not tabs or other white space.
+QString trimBlanks(const QString &text)
+{
+    qsizetype first = 0, last = text.size();
+    while (first < last && text.at(first) == QLatin1Char(' '))
+        ++first;
+    while (last > first && text.at(last - 1) == QLatin1Char(' '))
+        --last;
+    return text.mid(first, last - first);
+}
+} // namespace
+
+void QX_CommandLine::setCommandLine(const QString &sValue)
+{
+    m_commandLine = sValue;
+    if (sValue.isEmpty())
+        return;
+    const QStringList parts = sValue.split(QLatin1Char('/'));
+    // The text before the first "/" is never a switch.
+    for (qsizetype i = 1; i < parts.size(); ++i)
+        parsePart(trimBlanks(parts.at(i)));
+}
+
+void QX_CommandLine::parsePart(const QString &part)
+{
+    if (part == QStringLiteral("TRANSFERONLY")) {
+        m_transferOnly = true;
+    } else if (part == QStringLiteral("AUTOSTART")) {
+        m_autoStart = true;
+    } else if (part.startsWith(PortKeyword)) {
+        m_portSet = true;
+        m_port = part.mid(PortKeyword.size());
+    } else if (part == QStringLiteral("ADV_DISPLAY")) {
+        m_advanced = true;
+    } else if (part.startsWith(LanguageKeyword)) {
+        m_firmwareLanguageSet = true;
+        m_firmwareLanguage = part.mid(LanguageKeyword.size());
+    } else if (part.startsWith(QLatin1Char('F'))) {
+        m_filePath = part.mid(1);
+        const QFileInfo file(m_filePath);
+        m_filename = !m_filePath.isEmpty() && file.exists() && file.isFile();
+        if (!m_filename)
+            fail(ErrorCode::InvalidSwitch, QStringLiteral(" /") + part);
+    } else {
+        fail(ErrorCode::InvalidSwitch, QStringLiteral(" /") + part);
+    }
+}

@@ -1,0 +1,3 @@
+#include "wizard/package/PackagePath.h"
+
+QString PackagePath;
