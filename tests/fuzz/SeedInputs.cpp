@@ -4,6 +4,7 @@
 
 #include <QFile>
 #include <QTemporaryDir>
+#include <cstring>
 
 namespace {
 
@@ -17,8 +18,9 @@ const char *const Configuration =
 
 std::vector<uint8_t> withMode(uint8_t mode, const QByteArray &bytes)
 {
-    std::vector<uint8_t> input{mode};
-    input.insert(input.end(), bytes.begin(), bytes.end());
+    std::vector<uint8_t> input(static_cast<size_t>(bytes.size()) + 1);
+    input[0] = mode;
+    std::memcpy(input.data() + 1, bytes.constData(), static_cast<size_t>(bytes.size()));
     return input;
 }
 

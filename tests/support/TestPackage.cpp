@@ -6,7 +6,10 @@
 
 #include <stdexcept>
 
-TestPackage::TestPackage(const QString &fileName) : m_path(m_dir.filePath(fileName)) {}
+TestPackage::TestPackage(const QString &fileName, const QString &folder)
+    : m_path(folder.isEmpty() ? m_dir.filePath(fileName) : folder + QLatin1Char('/') + fileName)
+{
+}
 
 TestPackage &TestPackage::member(const QString &name, const QByteArray &data)
 {

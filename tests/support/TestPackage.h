@@ -8,7 +8,8 @@
 
 class TestPackage {
 public:
-    explicit TestPackage(const QString &fileName = QStringLiteral("test.KDPKG"));
+    // The package is written into folder, or into a temporary folder of its own.
+    explicit TestPackage(const QString &fileName = QStringLiteral("test.KDPKG"), const QString &folder = QString());
 
     TestPackage &member(const QString &name, const QByteArray &data);
     TestPackage &config(const QString &iniText) { return member(QStringLiteral("KDCONFIG.INI"), iniText.toLatin1()); }

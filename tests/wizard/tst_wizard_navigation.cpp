@@ -1,0 +1,245 @@
+// The wizard's steps and buttons: the navigation table row by row, the read-me skip, the
+// package list, Browse, help and the keys.
+#include "tests/wizard/WizardFixture.h"
+
+#include "engine/QX_UploadProcess.h"
+#include "wizard/PackageList.h"
+#include "wizard/package/PackagePath.h"
+
+#include <QComboBox>
+#include <QLabel>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QtTest>
+
+namespace {
+const QMap<QString, QByteArray> WithReadme = {{QStringLiteral("Readme.txt"), "Read me first."},
+                                              {QStringLiteral("KDNOTES.TXT"), "Release 2.07: faster sweeps."}};
+
+bool enabled(frmWizard &w, frmWizard::Nav button)
+{
+    return w.navButton(button).isEnabled();
+}
+} // namespace
+
+class WizardNavigationTest : public QObject {
+    Q_OBJECT
+private slots:
+    void startsOnSelectFirmwareWithTheFolderSearched()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"), QStringLiteral("Model 7 firmware 2.06"));
+        f.addPackage(QStringLiteral("b.kdpkg"), QString(), WithReadme);
+        TestPackage junk(QStringLiteral("c.KDPKG"), f.folder.path());
+        junk.member(QStringLiteral("OTHER.TXT"), "not a package").select();
+        frmWizard &w = f.open();
+
+        QCOMPARE(w.mnCurStep, int16_t(0));
+        QVERIFY(w.isVisible());
+        QCOMPARE(w.windowTitle(), QStringLiteral("Varnolt Wizard V1.0.0 - Select the Firmware to use"));
+        QCOMPARE(w.lstPackages().count(), 2);
+        QCOMPARE(w.lstPackages().item(0)->text(), QStringLiteral("Model 7 firmware 2.06"));
+        QCOMPARE(w.lstPackages().item(1)->text(), f.folder.filePath(QStringLiteral("b.kdpkg"))); // no comment: the path
+        QCOMPARE(w.lstPackages().currentRow(), 1);
+        QCOMPARE(PackagePath, f.folder.filePath(QStringLiteral("b.kdpkg")));
+        QCOMPARE(w.lblPackageNotes().text(), QStringLiteral("Release 2.07: faster sweeps."));
+        QVERIFY(f.prompt.shown.isEmpty());
+        QVERIFY(!enabled(w, frmWizard::BackButton) && enabled(w, frmWizard::NextButton));
+        QVERIFY(!enabled(w, frmWizard::Exit));
+        QCOMPARE(w.navButton(frmWizard::Help).text(), QStringLiteral("Help"));
+        QCOMPARE(w.navButton(frmWizard::BackButton).text(), QStringLiteral("< &Back"));
+
+        // Selecting another line changes the package and the notes at once.
+        w.lstPackages().setCurrentRow(0);
+        QCOMPARE(PackagePath, f.folder.filePath(QStringLiteral("a.KDPKG")));
+        QCOMPARE(w.lblPackageNotes().text(), QString());
+    }
+
+    void notesShowTheirFirst256Bytes()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"), QString(), {{QStringLiteral("KDNOTES.TXT"), QByteArray(300, 'n')}});
+        frmWizard &w = f.open();
+        QCOMPARE(w.lblPackageNotes().text(), QString(256, QLatin1Char('n')));
+    }
+
+    void nextWithAnEmptyListStays()
+    {
+        WizardFixture f;
+        frmWizard &w = f.open();
+        f.click(frmWizard::NextButton);
+        QCOMPARE(w.mnCurStep, int16_t(0));
+        QCOMPARE(f.prompt.shown, QStringList{"Varnolt|Please select a Firmware Package to upload"});
+    }
+
+    void theNavigationTable()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"), QString(), WithReadme);
+        frmWizard &w = f.open();
+
+        f.click(frmWizard::NextButton); // 0 -> 1
+        QCOMPARE(w.mnCurStep, int16_t(1));
+        QCOMPARE(w.txtReadme().toPlainText(), QStringLiteral("Read me first."));
+        QCOMPARE(w.windowTitle(), QStringLiteral("Varnolt Wizard V1.0.0 - Introduction"));
+        QVERIFY(enabled(w, frmWizard::BackButton) && enabled(w, frmWizard::NextButton));
+
+        f.click(frmWizard::NextButton); // 1 -> 2 loads the configuration
+        QCOMPARE(w.mnCurStep, int16_t(2));
+        QCOMPARE(w.navButton(frmWizard::NextButton).text(), QStringLiteral("&Execute >"));
+        QCOMPARE(w.cmbPorts().currentText(), QStringLiteral("COM1"));
+        QCOMPARE(w.cmbFirmwareLanguages().currentText(), QStringLiteral("ENGLISH"));
+        QVERIFY(w.summaryText().startsWith(QStringLiteral("Please connect your instrument using a Serial Cable (null modem) to COM1")));
+
+        w.cmbPorts().setCurrentText(QStringLiteral("GPIB0")); // the user's choice reaches the engine
+        QCOMPARE(w.engine()->ComPort, QStringLiteral("GPIB0"));
+        QVERIFY(w.summaryText().startsWith(QStringLiteral("Please connect your instrument using a GPIB Cable")));
+        w.cmbFirmwareLanguages().setCurrentText(QStringLiteral("GERMAN"));
+        QCOMPARE(w.engine()->Programs.back().Filename(), QStringLiteral("TEXT_DE.BIN"));
+        w.cmbPorts().setCurrentText(QStringLiteral("COM1"));
+
+        f.click(frmWizard::BackButton); // 2 -> 1
+        QCOMPARE(w.mnCurStep, int16_t(1));
+        QCOMPARE(w.navButton(frmWizard::NextButton).text(), QStringLiteral("&Next >"));
+        f.click(frmWizard::BackButton); // 1 -> 0, the list is not searched again
+        QCOMPARE(w.mnCurStep, int16_t(0));
+        QCOMPARE(w.lstPackages().count(), 1);
+
+        f.click(frmWizard::NextButton);
+        f.click(frmWizard::NextButton);
+        f.click(frmWizard::NextButton); // Execute: the run, then the engine moves on to 4
+        QCOMPARE(w.mnCurStep, int16_t(4));
+        QCOMPARE(f.layersCreated, 1);
+        QVERIFY(!enabled(w, frmWizard::NextButton) && enabled(w, frmWizard::BackButton));
+        QVERIFY(enabled(w, frmWizard::Exit));
+        QCOMPARE(w.windowTitle(), QStringLiteral("Varnolt Wizard V1.0.0 - Finished!"));
+
+        f.click(frmWizard::BackButton); // 4 -> 3 shows the last state, no run
+        QCOMPARE(w.mnCurStep, int16_t(3));
+        QVERIFY(enabled(w, frmWizard::Exit));
+        QCOMPARE(w.actionText(), QStringLiteral("Program File = TEXT_EN.BIN"));
+        f.click(frmWizard::NextButton); // 3 -> 4 without a new run
+        QCOMPARE(w.mnCurStep, int16_t(4));
+        QCOMPARE(f.layersCreated, 1);
+
+        f.click(frmWizard::BackButton);
+        f.click(frmWizard::BackButton); // 3 -> 2
+        QCOMPARE(w.mnCurStep, int16_t(2));
+        QVERIFY(!enabled(w, frmWizard::Exit)); // disabled from the move after going back to 3
+        f.click(frmWizard::NextButton); // a new run
+        QCOMPARE(f.layersCreated, 2);
+        QCOMPARE(w.mnCurStep, int16_t(4));
+    }
+
+    void theReadMeIsSkippedBothWays()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"));
+        frmWizard &w = f.open();
+        f.click(frmWizard::NextButton);
+        QCOMPARE(w.mnCurStep, int16_t(2));
+        QCOMPARE(w.windowTitle(), QStringLiteral("Varnolt Wizard V1.0.0 - Settings"));
+        f.click(frmWizard::BackButton);
+        QCOMPARE(w.mnCurStep, int16_t(0));
+        QCOMPARE(w.windowTitle(), QStringLiteral("Varnolt Wizard V1.0.0 - Select the Firmware to use"));
+        QVERIFY(w.stepPanel(0).isVisible());
+        QVERIFY(!w.stepPanel(1).isVisible() && !w.stepPanel(2).isVisible());
+    }
+
+    void aBrokenConfigurationGoesBackToTheList()
+    {
+        WizardFixture f;
+        QString broken = WizardConfig;
+        broken.replace(QStringLiteral("ARCHITECTURE=B16"), QStringLiteral("ARCHITECTURE=B4"));
+        f.addPackage(QStringLiteral("a.KDPKG"), QString(), {}, broken);
+        frmWizard &w = f.open();
+        f.click(frmWizard::NextButton);
+        QCOMPARE(w.mnCurStep, int16_t(0));
+        QCOMPARE(f.prompt.shown, QStringList{"Varnolt|Error Occurred reading configuration file"});
+    }
+
+    void cancelOnTheFirstStep()
+    {
+        WizardFixture f;
+        frmWizard &w = f.open();
+        f.click(frmWizard::CancelButton);
+        QCOMPARE(w.mnCurStep, int16_t(4));
+        QCOMPARE(w.resultText(), QStringLiteral("Firmware Upload Cancelled"));
+        QVERIFY(enabled(w, frmWizard::Exit));
+    }
+
+    void theFinishedTextBeforeAnyResult()
+    {
+        WizardFixture f;
+        frmWizard &w = f.open();
+        QCOMPARE(w.resultText(), QStringLiteral("The Varnolt Wizard is finished.\r\n\r\nTo exit the Wizard click Finish."));
+    }
+
+    void keys()
+    {
+        WizardFixture f;
+        frmWizard &w = f.open();
+        w.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&w));
+        QTest::keyClick(&w, Qt::Key_F1);
+        QCOMPARE(f.help.requests, QStringList{"open " + f.folder.filePath("Varnolt.html") + "#contents"});
+        QTest::keyClick(&w, Qt::Key_Escape);
+        QCOMPARE(w.mnCurStep, int16_t(4));
+        w.close();
+        QCOMPARE(f.help.requests.last(), "close " + f.folder.filePath("Varnolt.html"));
+        QVERIFY(w.engine() == nullptr); // released with the window
+    }
+
+    void helpNeverOpenedIsNeverClosed()
+    {
+        WizardFixture f;
+        frmWizard &w = f.open();
+        w.close();
+        QVERIFY(f.help.requests.isEmpty());
+    }
+
+    void browse()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"), QStringLiteral("First"));
+        TestPackage other(QStringLiteral("other.bin"));
+        other.member(QStringLiteral("KDCONFIG.INI"), WizardConfig.toLatin1()).comment(QStringLiteral("Browsed")).select();
+        TestPackage junk(QStringLiteral("junk.KDPKG"));
+        junk.member(QStringLiteral("X"), "x").select();
+        frmWizard &w = f.open();
+        const QString selected = PackagePath;
+
+        f.chosenFiles = {QString()}; // Cancel
+        w.packages().browse();
+        QCOMPARE(w.lstPackages().count(), 1);
+        QVERIFY(f.prompt.shown.isEmpty());
+
+        f.chosenFiles = {junk.path()};
+        w.packages().browse();
+        QCOMPARE(f.prompt.shown, QStringList{"Varnolt|File is not a valid Firmware Package"});
+        QCOMPARE(w.lstPackages().count(), 1);
+        QCOMPARE(PackagePath, selected);
+
+        f.chosenFiles = {other.path(), other.path()}; // the same file twice: two lines
+        w.packages().browse();
+        w.packages().browse();
+        QCOMPARE(w.lstPackages().count(), 3);
+        QCOMPARE(w.lstPackages().item(2)->text(), QStringLiteral("Browsed"));
+        QCOMPARE(w.lstPackages().currentRow(), 2);
+        QCOMPARE(PackagePath, other.path());
+    }
+
+    void geometry()
+    {
+        WizardFixture f;
+        frmWizard &w = f.open();
+        QCOMPARE(w.size(), QSize(602, 338));
+        QCOMPARE(w.navButton(frmWizard::Exit).geometry(), QRect(522, 8, 73, 21));
+        QCOMPARE(w.lstPackages().geometry(), QRect(184, 56, 321, 95));
+        QVERIFY(!w.navButton(frmWizard::NextButton).isDefault());
+    }
+};
+
+QTEST_MAIN(WizardNavigationTest)
+#include "tst_wizard_navigation.moc"

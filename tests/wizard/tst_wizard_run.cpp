@@ -1,0 +1,262 @@
+// The Upload and Finished steps (each result text, Cancel and closing during a run, the
+// advanced display) and the start-up switches.
+#include "tests/wizard/WizardFixture.h"
+
+#include "engine/QX_UploadProcess.h"
+#include "wizard/ProgressBox.h"
+
+#include <QComboBox>
+#include <QListWidget>
+#include <QTimer>
+#include <QtTest>
+
+namespace {
+const QString Success = QStringLiteral("The Firmware has been uploaded successfully to your instrument.\r\n\r\n");
+QString continuing()
+{
+    QString config = WizardConfig;
+    return config.remove(QStringLiteral("CONTINUE=NO\r\n"));
+}
+// Runs the update from the Settings step.
+void execute(WizardFixture &f)
+{
+    f.click(frmWizard::NextButton);
+    QCOMPARE(f.wizard->mnCurStep, int16_t(2));
+    f.click(frmWizard::NextButton);
+}
+} // namespace
+
+class WizardRunTest : public QObject {
+    Q_OBJECT
+private slots:
+    void resultTexts_data()
+    {
+        QTest::addColumn<QString>("config");
+        QTest::addColumn<QByteArray>("finalText"); // "-" for no Final.txt
+        QTest::addColumn<bool>("transferOnly");
+        QTest::addColumn<int>("transferResult");
+        QTest::addColumn<QString>("result");
+        const QByteArray none("-");
+        QByteArray longFinal;
+        for (int i = 0; longFinal.size() < 7000; ++i)
+            longFinal += "Closing note line " + QByteArray::number(i) + "\n";
+        QTest::newRow("success, restarted") << WizardConfig << none << false << 0
+                                            << Success + "Your instrument has been restarted please run the calibration routines.";
+        QTest::newRow("success, not restarted") << continuing() << none << false << 0
+                                                << Success + "Please restart your instrument and run the calibration routines.";
+        QTest::newRow("success with a long Final.txt") << WizardConfig << longFinal << false << 0 << QString::fromLatin1(longFinal);
+        QTest::newRow("success with an empty Final.txt") << WizardConfig << QByteArray() << false << 0 << QString();
+        QTest::newRow("failure") << WizardConfig << QByteArray("ignored") << false << 255
+                                 << "The Firmware Upload process failed.\r\n\r\nError occurred uploading the Transfer Program no boot ROM";
+        QTest::newRow("transfer only") << WizardConfig << QByteArray("ignored") << true << 0
+                                       << "The Transfer Program has been uploaded successfully to your instrument.";
+        QTest::newRow("transfer only failed") << WizardConfig << QByteArray("ignored") << true << 1
+                                              << "The Transfer Program Upload process failed.";
+    }
+    void resultTexts()
+    {
+        QFETCH(QString, config);
+        QFETCH(QByteArray, finalText);
+        QFETCH(bool, transferOnly);
+        QFETCH(int, transferResult);
+        QFETCH(QString, result);
+        WizardFixture f;
+        QMap<QString, QByteArray> extra;
+        if (finalText != "-")
+            extra.insert(QStringLiteral("Final.txt"), finalText);
+        f.addPackage(QStringLiteral("a.KDPKG"), QString(), extra, config);
+        f.prepareLayer = [&](ScriptedAppLayer &layer) {
+            layer.setTransferResult(transferResult);
+            layer.setErrorText(QStringLiteral("no boot ROM"));
+        };
+        frmWizard &w = f.open(transferOnly ? QStringLiteral("/TRANSFERONLY /BOGUS") : QString());
+        if (transferOnly) {
+            f.prompt.shown.clear();
+            w.lstPackages().setCurrentRow(0);
+            QCOMPARE(w.lstPackages().count(), 1);
+        }
+        execute(f);
+        QCOMPARE(w.mnCurStep, int16_t(4));
+        QCOMPARE(w.resultText(), result);
+        QVERIFY(f.prompt.shown.isEmpty());
+    }
+
+    void cancelInTheMiddleOfARun()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"));
+        int16_t stepAtCancel = -1;
+        QString textAtCancel;
+        bool runningAtCancel = false;
+        f.prepareLayer = [&](ScriptedAppLayer &layer) {
+            for (int i = 0; i < 4; ++i)
+                layer.queueReply(ScriptedAppLayer::Reply{});
+            layer.queueReply(ScriptedAppLayer::silence());
+            QObject::connect(&layer, &ScriptedAppLayer::requestWithheld, &layer, [&] {
+                QTimer::singleShot(0, f.wizard.get(), [&] {
+                    f.click(frmWizard::CancelButton);
+                    stepAtCancel = f.wizard->mnCurStep;
+                    textAtCancel = f.wizard->resultText();
+                    runningAtCancel = f.wizard->isUploadRunning();
+                });
+            });
+        };
+        frmWizard &w = f.open();
+        execute(f);
+        QCOMPARE(stepAtCancel, int16_t(4));
+        QCOMPARE(textAtCancel, QStringLiteral("Firmware Upload Cancelled"));
+        QVERIFY(runningAtCancel);
+        QCOMPARE(w.resultText(), QStringLiteral("The Firmware Upload process failed.\r\n\r\nProcess Cancelled by User"));
+        QCOMPARE(w.mnCurStep, int16_t(4));
+        QVERIFY(w.navButton(frmWizard::Exit).isEnabled());
+    }
+
+    void closingDuringARunWaitsForItToEnd()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"));
+        bool closedAtOnce = true;
+        f.prepareLayer = [&](ScriptedAppLayer &layer) {
+            layer.queueReply(ScriptedAppLayer::silence());
+            QObject::connect(&layer, &ScriptedAppLayer::requestWithheld, &layer, [&] {
+                QTimer::singleShot(0, f.wizard.get(), [&] {
+                    closedAtOnce = f.wizard->close();
+                });
+            });
+        };
+        frmWizard &w = f.open();
+        execute(f);
+        QVERIFY(!closedAtOnce);
+        QVERIFY(w.engine() != nullptr); // still there when the run unwound
+        QTRY_VERIFY(w.engine() == nullptr); // and released once it had
+        QVERIFY(!w.isVisible());
+    }
+
+    void advancedDisplayShowsTheLog()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"));
+        frmWizard &w = f.open(QStringLiteral("/ADV_DISPLAY"));
+        QCOMPARE(w.mnCurStep, int16_t(0));
+        QVERIFY(w.Advanced);
+        QVERIFY(!w.lstStep().isHidden());
+        execute(f);
+        QCOMPARE(w.lstStep().item(0)->text(), QStringLiteral("Firmware Upload Process completed in 0 Minutes 0 Seconds"));
+        QCOMPARE(w.lstStep().item(w.lstStep().count() - 1)->text(), QStringLiteral("UPLOAD FIRMWARE STARTED"));
+        QVERIFY(w.summaryText().contains(QStringLiteral("Transfer Program = TP.BIN")));
+        // The budget rounds each image's blocks, so the bar may end a little past its total.
+        QVERIFY(w.entireBar().share() > 0.95);
+    }
+
+    void plainDisplayHidesTheLog()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"));
+        frmWizard &w = f.open();
+        execute(f);
+        QVERIFY(w.lstStep().isHidden());
+        QVERIFY(w.lstStep().count() > 10);
+        QVERIFY(!w.summaryText().contains(QStringLiteral("Transfer Program =")));
+    }
+
+    void autostartRunsWithoutAClick()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"));
+        frmWizard &w = f.open(QStringLiteral("/AUTOSTART /Fa.KDPKG"));
+        QCOMPARE(f.layersCreated, 1);
+        QCOMPARE(w.mnCurStep, int16_t(4));
+        QVERIFY(w.resultText().startsWith(Success));
+        QCOMPARE(w.lstPackages().count(), 1);
+        QVERIFY(w.isVisible()); // it waits on the result
+    }
+
+    void switchesWithoutAPackageDoNothing()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"));
+        frmWizard &w = f.open(QStringLiteral("/AUTOSTART /PORTCOM9"));
+        QCOMPARE(w.mnCurStep, int16_t(0));
+        QCOMPARE(f.layersCreated, 0);
+        QVERIFY(f.prompt.shown.isEmpty());
+        QCOMPARE(w.lstPackages().count(), 1); // the folder was searched
+    }
+
+    void anInvalidSwitch()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"));
+        frmWizard &w = f.open(QStringLiteral("/autostart"));
+        QCOMPARE(f.prompt.shown, QStringList{"Invalid Command Line Switch|Invalid command line switch /autostart"});
+        QCOMPARE(w.mnCurStep, int16_t(0));
+        QCOMPARE(f.programEnds, 0);
+
+        WizardFixture cancelled;
+        cancelled.prompt.answers = {false};
+        cancelled.open(QStringLiteral("/X /Y"));
+        QCOMPARE(cancelled.prompt.shown, QStringList{"Invalid Command Line Switch|Invalid command line switch /Y"});
+        QCOMPARE(cancelled.programEnds, 1);
+    }
+
+    void aNamedPackageWithAnInvalidSwitchLeavesAnEmptyList()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"));
+        frmWizard &w = f.open(QStringLiteral("/Fa.KDPKG /BOGUS"));
+        QCOMPARE(w.lstPackages().count(), 0);
+        QCOMPARE(w.mnCurStep, int16_t(0));
+    }
+
+    void portAndLanguageSwitches()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"));
+        QString openedWith;
+        f.prepareLayer = [&](ScriptedAppLayer &layer) {
+            QObject::connect(&layer, &QObject::destroyed, [&, calls = layer.callLog()] { openedWith = calls->at(0).args.at(0).toString(); });
+        };
+        frmWizard &w = f.open(QStringLiteral("/FIRMWARE_LANGUAGEgerman /PORTgpib0 /AUTOSTART /Fa.KDPKG"));
+        QVERIFY(f.prompt.shown.isEmpty());
+        QCOMPARE(w.cmbFirmwareLanguages().currentText(), QStringLiteral("GERMAN"));
+        QCOMPARE(w.engine()->Programs.back().Filename(), QStringLiteral("TEXT_DE.BIN"));
+        QCOMPARE(openedWith, QStringLiteral("clsid:C18F5D02-6E47-4A3B-8B91-2D7E4F6A9C03 GPIB0"));
+        QVERIFY(w.resultText().startsWith(Success));
+    }
+
+    void unknownPortOrLanguage()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"));
+        frmWizard &w = f.open(QStringLiteral("/PORT COM1 /Fa.KDPKG"));
+        QCOMPARE(f.prompt.shown, QStringList{"Varnolt|Invalid Command Line Switch /PORT COM1"});
+        QCOMPARE(f.programEnds, 0);
+        QCOMPARE(w.mnCurStep, int16_t(2)); // OK goes on
+
+        WizardFixture empty;
+        empty.addPackage(QStringLiteral("a.KDPKG"));
+        empty.open(QStringLiteral("/PORT /Fa.KDPKG"));
+        QCOMPARE(empty.prompt.shown, QStringList{"Varnolt|Invalid Command Line Switch /PORT"});
+
+        WizardFixture cancelled;
+        cancelled.addPackage(QStringLiteral("a.KDPKG"));
+        cancelled.prompt.answers = {false};
+        cancelled.open(QStringLiteral("/FIRMWARE_LANGUAGEklingon /AUTOSTART /Fa.KDPKG"));
+        QCOMPARE(cancelled.prompt.shown, QStringList{"Varnolt|Invalid Command Line Switch /FIRMWARE_LANGUAGEKLINGON"});
+        QCOMPARE(cancelled.programEnds, 1);
+    }
+
+    void aNamedPackageThatCannotBeLoaded()
+    {
+        WizardFixture f;
+        QString broken = WizardConfig;
+        f.addPackage(QStringLiteral("a.KDPKG"), QString(), {}, broken.remove(QStringLiteral("BAUD=115200\r\n")));
+        frmWizard &w = f.open(QStringLiteral("/AUTOSTART /Fa.KDPKG"));
+        QCOMPARE(f.prompt.shown, QStringList{"Varnolt|Error Occurred reading configuration file"});
+        QCOMPARE(w.mnCurStep, int16_t(0));
+        QCOMPARE(w.lstPackages().count(), 1); // only the named package
+        QCOMPARE(f.layersCreated, 0);
+    }
+};
+
+QTEST_MAIN(WizardRunTest)
+#include "tst_wizard_run.moc"

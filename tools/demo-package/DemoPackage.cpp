@@ -1,0 +1,83 @@
+#include "tools/demo-package/DemoPackage.h"
+
+#include "tools/package-builder/PackageBuilder.h"
+
+#include <QByteArray>
+
+namespace DemoPackage {
+namespace {
+
+// Deterministic bytes that look like firmware rather than a pattern.
+QByteArray image(int size, uint32_t seed)
+{
+    QByteArray bytes(size, '\0');
+    uint32_t state = seed;
+    for (int i = 0; i < size; ++i) {
+        state = state * 1664525u + 1013904223u;
+        bytes[i] = static_cast<char>(state >> 24);
+    }
+    return bytes;
+}
+
+QByteArray configuration(const QString &calibrationFile)
+{
+    return QStringLiteral(
+               "; Model 7 signal analyser, firmware 2.07\r\n"
+               "[HOST]\r\n"
+               "MAXPROGLEN=240\r\n"
+               "PORTS=COM1,COM2,GPIB0\r\n"
+               "UART=COM1\r\n"
+               "GPIB0=number 6\r\n"
+               "BAUD=115200\r\n"
+               "CONTINUE=NO\r\n"
+               "TRANSFER=TP207.BIN,0X20000,0X20000\r\n"
+               "FIRMWARE_LANGUAGES=ENGLISH,GERMAN\r\n"
+               "FIRMWARE_LANGUAGE=ENGLISH\r\n"
+               "[TARGET]\r\n"
+               "PROCESSOR=I80X86\r\n"
+               "ARCHITECTURE=B16\r\n"
+               "MEMORY=0X0,0X80000,AM29F040 ; boot and main flash\r\n"
+               "MEMORY1=0X100000,0X100000,AM29LV800 ; language flash\r\n"
+               "ERASE=0X10000,0X30000\r\n"
+               "ERASE1=0X100000,0X10000\r\n"
+               "[FILES]\r\n"
+               "UPLOAD=0X0,0X400,%1\r\n"
+               "PROGRAM=0X10000,MAIN207.BIN\r\n"
+               "[ENGLISH]\r\n"
+               "PROGRAM1=0X100000,TEXT_EN.BIN\r\n"
+               "[GERMAN]\r\n"
+               "PROGRAM1=0X100000,TEXT_DE.BIN\r\n")
+        .arg(calibrationFile)
+        .toLatin1();
+}
+
+} // namespace
+
+QString write(const QString &folder, const QString &calibrationFile, QString *error)
+{
+    PackageBuilder builder;
+    builder.setComment(QStringLiteral("Model 7 Signal Analyser - Firmware 2.07"));
+    builder.addMember(QStringLiteral("KDCONFIG.INI"), configuration(calibrationFile));
+    builder.addMember(QStringLiteral("KDNOTES.TXT"),
+                      "Firmware 2.07 (November 2026)\nFaster sweeps below 10 kHz, corrected marker readout, "
+                      "new German online help.");
+    builder.addMember(QStringLiteral("Readme.txt"),
+                      "Model 7 Signal Analyser - Firmware 2.07\r\n\r\n"
+                      "Before you start:\r\n"
+                      " - Connect the instrument with a null-modem serial cable (or a GPIB cable).\r\n"
+                      " - Keep the instrument switched off until the Settings step says how to switch it on.\r\n"
+                      " - The calibration data is saved to a file before the flash is erased.\r\n\r\n"
+                      "The update takes a few minutes at 115200 baud. Do not switch the instrument off while it runs.\r\n");
+    builder.addMember(QStringLiteral("Final.txt"),
+                      "Firmware 2.07 is now installed and the instrument has been restarted.\r\n\r\n"
+                      "Please run the calibration routines before using the instrument for measurements. "
+                      "The saved calibration data stays in the file named in the package.");
+    builder.addMember(QStringLiteral("TP207.BIN"), image(2048, 7));
+    builder.addMember(QStringLiteral("MAIN207.BIN"), image(96 * 1024, 11));
+    builder.addMember(QStringLiteral("TEXT_EN.BIN"), image(12 * 1024, 13));
+    builder.addMember(QStringLiteral("TEXT_DE.BIN"), image(13 * 1024, 17));
+    const QString path = folder + QStringLiteral("/Model7-Firmware-2.07.KDPKG");
+    return builder.write(path, error) ? path : QString();
+}
+
+} // namespace DemoPackage

@@ -1,0 +1,68 @@
+// Applying the command line once the window has loaded.
+#include "wizard/frmWizard.h"
+
+#include "engine/QX_UploadProcess.h"
+#include "wizard/PackageList.h"
+#include "wizard/WizardPrompt.h"
+#include "wizard/package/PackageAccess.h"
+#include "wizard/package/PackageArchiveReader.h"
+
+#include <QComboBox>
+#include <QListWidget>
+
+namespace {
+const QString ProgramTitle = QStringLiteral("Varnolt");
+}
+
+void frmWizard::startUp(const QString &commandLine)
+{
+    if (commandLine.isEmpty()) {
+        GoToStep(SelectFirmware, None);
+        return;
+    }
+    m_commandLine.setCommandLine(commandLine);
+    if (m_commandLine.QX_Error_GetLastError() != 0) {
+        if (!m_prompt->askOkCancel(QStringLiteral("Invalid Command Line Switch"), m_commandLine.QX_Error_GetLastErrorString()))
+            return endProgramAtOnce();
+        GoToStep(SelectFirmware, None);
+        return;
+    }
+    if (m_commandLine.Advanced()) {
+        Advanced = true;
+        m_lstStep->show();
+    }
+    if (!m_commandLine.Filename()) {
+        GoToStep(SelectFirmware, None);
+        return;
+    }
+    ResetUnzipper();
+    PackageArchiveReader::instance().setArchivePath(m_commandLine.FilePath());
+    m_packages->AddPackageEntry(m_commandLine.FilePath());
+    m_engine->setFilename(QStringLiteral("KDCONFIG.INI"));
+
+    if (m_engine->QX_Error_GetLastError() != 0) {
+        if (!m_prompt->askOkCancel(ProgramTitle, QStringLiteral("Error Occurred reading configuration file")))
+            return endProgramAtOnce();
+        GoToStep(SelectFirmware, None);
+        return;
+    }
+    const auto applySwitch = [this](bool set, const QString &value, QComboBox &selector, const QString &name) {
+        if (!set)
+            return true;
+        const QString wanted = value.toUpper();
+        if (selectListEntry(selector, wanted))
+            return true;
+        return m_prompt->askOkCancel(ProgramTitle, QStringLiteral("Invalid Command Line Switch /") + name + wanted);
+    };
+    if (!applySwitch(m_commandLine.FirmwareLanguageSet(), m_commandLine.FirmwareLanguage(), *m_cmbFirmwareLanguages,
+                     QStringLiteral("FIRMWARE_LANGUAGE"))
+        || !applySwitch(m_commandLine.PortSet(), m_commandLine.Port(), *m_cmbPorts, QStringLiteral("PORT")))
+        return endProgramAtOnce();
+
+    if (m_commandLine.AutoStart()) {
+        m_engine->DisplayConfiguration();
+        GoToStep(UploadStep, Next);
+    } else {
+        GoToStep(Introduction, Next);
+    }
+}

@@ -1,0 +1,21 @@
+#pragma once
+// What the wizard window uses from outside: the application layer of each run, message
+// boxes, the help viewer, the file dialog and the way the program ends at once. Each left
+// empty gets the real one; tests script them all.
+#include "engine/ApplicationLayer.h"
+#include "wizard/PackageList.h"
+
+#include <QString>
+#include <functional>
+
+class HelpViewer;
+class WizardPrompt;
+
+struct WizardServices {
+    ApplicationLayerFactory appLayerFactory;
+    WizardPrompt *prompt = nullptr;        // default: message boxes on the window
+    HelpViewer *help = nullptr;            // default: the desktop's viewer
+    PackageList::FileChooser chooseFile;   // default: the file dialog
+    std::function<void()> endProgram;      // default: the process ends at once
+    QString helpPath;                      // default: Varnolt.html next to the program
+};

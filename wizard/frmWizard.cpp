@@ -1,0 +1,94 @@
+#include "wizard/frmWizard.h"
+
+#include "engine/QX_UploadProcess.h"
+#include "resources/StringTable.h"
+#include "wizard/DesktopHelpViewer.h"
+#include "wizard/MessageBoxPrompt.h"
+#include "wizard/PackageList.h"
+#include "wizard/ResourceTexts.h"
+
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QCoreApplication>
+#include <QFileDialog>
+#include <QLabel>
+#include <QPushButton>
+#include <QShortcut>
+#include <QTimer>
+#include <cstdlib>
+
+namespace {
+const QString HelpFileName = QStringLiteral("Varnolt.html");
+}
+
+frmWizard::frmWizard(WizardServices services, QWidget *parent) : QWidget(parent), m_services(std::move(services))
+{
+    if (!m_services.prompt)
+        m_ownPrompt = std::make_unique<MessageBoxPrompt>(this);
+    m_prompt = m_services.prompt ? m_services.prompt : m_ownPrompt.get();
+    if (!m_services.help)
+        m_ownHelp = std::make_unique<DesktopHelpViewer>();
+    m_help = m_services.help ? m_services.help : m_ownHelp.get();
+    if (!m_services.chooseFile)
+        m_services.chooseFile = [this](const QString &title, const QString &filter) {
+            return QFileDialog::getOpenFileName(this, title, QString(), filter);
+        };
+    if (m_services.helpPath.isEmpty())
+        m_services.helpPath = QCoreApplication::applicationDirPath() + QLatin1Char('/') + HelpFileName;
+
+    m_engine = std::make_unique<QX_UploadProcess>(m_services.appLayerFactory, *m_prompt);
+    m_engine->setCommandLine(m_commandLine);
+    buildSteps();
+    m_packages = std::make_unique<PackageList>(*m_lstPackages, *m_lblPackageNotes, *m_prompt, m_services.chooseFile);
+
+    connect(m_cmdNav[Help], &QPushButton::clicked, this, &frmWizard::onHelp);
+    connect(m_cmdNav[CancelButton], &QPushButton::clicked, this, &frmWizard::onCancel);
+    connect(m_cmdNav[BackButton], &QPushButton::clicked, this, &frmWizard::onBack);
+    connect(m_cmdNav[NextButton], &QPushButton::clicked, this, &frmWizard::onNext);
+    connect(m_cmdNav[Exit], &QPushButton::clicked, this, &QWidget::close);
+    connect(m_cmdBrowse, &QPushButton::clicked, m_packages.get(), &PackageList::browse);
+    connect(new QShortcut(Qt::Key_F1, this), &QShortcut::activated, this, &frmWizard::onHelp);
+    connect(new QShortcut(Qt::Key_Escape, this), &QShortcut::activated, this, &frmWizard::onCancel);
+    for (QComboBox *selector : {m_cmbPorts, m_cmbFirmwareLanguages})
+        connect(selector, &QComboBox::currentIndexChanged, this,
+                [this, selector](int index) { selectorChosen(*selector, index); });
+}
+
+frmWizard::~frmWizard() = default;
+
+void frmWizard::load(const QString &commandLine)
+{
+    m_finishAllowed = false;
+    Advanced = false;
+    for (QWidget *panel : m_fraStep)
+        panel->hide();
+    ResourceTexts::ApplyResourceTexts(*this);
+    setResultText(m_lblStep[Finished]->text()); // CR LF from the string table, shown as line breaks
+    m_engine->UploadWizard_Running(*this);
+    startUp(commandLine);
+}
+
+void frmWizard::closeEvent(QCloseEvent *event)
+{
+    // The engine must outlive a run that is still unwinding after Cancel: close once it has.
+    if (m_uploadRunning) {
+        m_closeWhenUploadEnds = true;
+        m_engine->Cancel();
+        event->ignore();
+        return;
+    }
+    m_engine.reset();
+    if (m_helpOpened)
+        m_help->close(m_services.helpPath);
+    event->accept();
+}
+
+void frmWizard::endProgramAtOnce()
+{
+    if (m_services.endProgram) {
+        m_services.endProgram();
+        return;
+    }
+    m_engine.reset(); // the temporary configuration copies go with it
+    std::_Exit(EXIT_SUCCESS);
+}

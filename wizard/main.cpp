@@ -1,0 +1,18 @@
+// varnolt: the firmware update wizard.
+#include "wizard/frmWizard.h"
+
+#include <QApplication>
+#include <QTimer>
+
+int main(int argc, char **argv)
+{
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Varnolt"));
+    WizardServices services;
+    // The serial and GPIB application layer plugs in here.
+    services.appLayerFactory = [] { return std::unique_ptr<ApplicationLayer>(); };
+    frmWizard wizard(std::move(services));
+    const QString commandLine = QApplication::arguments().mid(1).join(QLatin1Char(' '));
+    QTimer::singleShot(0, &wizard, [&] { wizard.load(commandLine); });
+    return app.exec();
+}
