@@ -1,4 +1,5 @@
 // varnolt: the firmware update wizard.
+#include "trovex/Trovex.h"
 #include "wizard/frmWizard.h"
 
 #include <QApplication>
@@ -9,8 +10,7 @@ int main(int argc, char **argv)
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Varnolt"));
     WizardServices services;
-    // The serial and GPIB application layer plugs in here.
-    services.appLayerFactory = [] { return std::unique_ptr<ApplicationLayer>(); };
+    services.appLayerFactory = [] { return std::make_unique<Trovex>(); };
     frmWizard wizard(std::move(services));
     const QString commandLine = QApplication::arguments().mid(1).join(QLatin1Char(' '));
     QTimer::singleShot(0, &wizard, [&] { wizard.load(commandLine); });

@@ -1,0 +1,103 @@
+#include "instrument/InstrumentOptions.h"
+
+#include "instrument/FlashChip.h"
+
+#include <QCommandLineParser>
+
+namespace {
+bool number(const QString &text, uint32_t &value)
+{
+    bool ok = false;
+    value = text.startsWith(QLatin1String("0x"), Qt::CaseInsensitive) ? text.mid(2).toUInt(&ok, 16) : text.toUInt(&ok, 10);
+    return ok;
+}
+
+// NAME@ADDRESS or FILE@ADDRESS
+bool placed(const QString &text, QPair<QString, uint32_t> &out)
+{
+    const qsizetype at = text.lastIndexOf(QLatin1Char('@'));
+    return at > 0 && number(text.mid(at + 1), out.second) && !(out.first = text.left(at)).isEmpty();
+}
+} // namespace
+
+bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &options, QString *error)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("A simulated measuring instrument on a pseudo-terminal."));
+    parser.addHelpOption();
+    const QCommandLineOption flash(QStringLiteral("flash"), QStringLiteral("A flash chip at an address, e.g. AM29F040@0x0."), QStringLiteral("CHIP@ADDRESS"));
+    const QCommandLineOption load(QStringLiteral("load"), QStringLiteral("Start with a file's bytes at an address."), QStringLiteral("FILE@ADDRESS"));
+    const QCommandLineOption dump(QStringLiteral("dump"), QStringLiteral("Write each chip to FOLDER/CHIP@ADDRESS.bin at exit and on SIGUSR1."), QStringLiteral("FOLDER"));
+    const QCommandLineOption baud(QStringLiteral("baud"), QStringLiteral("Line rate for pacing (default 115200)."), QStringLiteral("BAUD"));
+    const QCommandLineOption noPacing(QStringLiteral("no-pacing"), QStringLiteral("Answer as fast as possible."));
+    const QCommandLineOption timeScale(QStringLiteral("time-scale"), QStringLiteral("Factor on erase and program times (0: instant)."), QStringLiteral("FACTOR"));
+    const QCommandLineOption tcp(QStringLiteral("tcp"), QStringLiteral("Also listen on this local TCP port."), QStringLiteral("PORT"));
+    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Seed of the faults."), QStringLiteral("N"));
+    const QCommandLineOption corrupt(QStringLiteral("corrupt-rate"), QStringLiteral("Share of bytes sent with a bit flipped."), QStringLiteral("RATE"));
+    const QCommandLineOption drop(QStringLiteral("drop-rate"), QStringLiteral("Share of bytes sent that are lost."), QStringLiteral("RATE"));
+    const QCommandLineOption disconnect(QStringLiteral("disconnect-after"), QStringLiteral("Vanish after this many bytes received."), QStringLiteral("BYTES"));
+    const QCommandLineOption stall(QStringLiteral("stall"), QStringLiteral("Stop answering for MS after FRAMES frames."), QStringLiteral("FRAMES:MS"));
+    const QCommandLineOption refuseVoltage(QStringLiteral("refuse-voltage"), QStringLiteral("Never switch the programming voltage on."));
+    const QCommandLineOption failErase(QStringLiteral("fail-erase"), QStringLiteral("Fail an erase that covers this address."), QStringLiteral("ADDRESS"));
+    const QCommandLineOption failProgram(QStringLiteral("fail-program"), QStringLiteral("Fail programming at this address."), QStringLiteral("ADDRESS"));
+    const QCommandLineOption wrongChecksum(QStringLiteral("wrong-checksum"), QStringLiteral("Answer every checksum request wrongly."));
+    parser.addOptions({flash, load, dump, baud, noPacing, timeScale, tcp, seed, corrupt, drop, disconnect, stall, refuseVoltage,
+                       failErase, failProgram, wrongChecksum});
+    if (!parser.parse(arguments)) {
+        *error = parser.errorText();
+        return false;
+    }
+    const auto bad = [&](const QString &what) {
+        *error = QStringLiteral("bad %1").arg(what);
+        return false;
+    };
+    for (const QString &value : parser.values(flash)) {
+        QPair<QString, uint32_t> chip;
+        if (!placed(value, chip) || !FlashChip::part(chip.first))
+            return bad(QStringLiteral("--flash %1 (a chip of the flash table @ an address)").arg(value));
+        options.flash << chip;
+    }
+    for (const QString &value : parser.values(load)) {
+        QPair<QString, uint32_t> file;
+        if (!placed(value, file))
+            return bad(QStringLiteral("--load %1").arg(value));
+        options.loads << file;
+    }
+    options.dumpFolder = parser.value(dump);
+    if (parser.isSet(baud))
+        options.baud = parser.value(baud).toInt();
+    options.pacing = !parser.isSet(noPacing);
+    if (parser.isSet(timeScale))
+        options.timeScale = parser.value(timeScale).toDouble();
+    if (parser.isSet(tcp))
+        options.tcpPort = static_cast<uint16_t>(parser.value(tcp).toUInt());
+    if (parser.isSet(seed))
+        options.seed = parser.value(seed).toUInt();
+    options.corruptRate = parser.value(corrupt).toDouble();
+    options.dropRate = parser.value(drop).toDouble();
+    if (parser.isSet(disconnect))
+        options.disconnectAfterBytes = parser.value(disconnect).toLongLong();
+    if (parser.isSet(stall)) {
+        const QStringList parts = parser.value(stall).split(QLatin1Char(':'));
+        if (parts.size() != 2)
+            return bad(QStringLiteral("--stall (FRAMES:MS)"));
+        options.stallAfterFrames = parts[0].toInt();
+        options.stallMs = parts[1].toInt();
+    }
+    options.refuseVoltage = parser.isSet(refuseVoltage);
+    uint32_t address = 0;
+    if (parser.isSet(failErase)) {
+        if (!number(parser.value(failErase), address))
+            return bad(QStringLiteral("--fail-erase"));
+        options.failEraseAt = address;
+    }
+    if (parser.isSet(failProgram)) {
+        if (!number(parser.value(failProgram), address))
+            return bad(QStringLiteral("--fail-program"));
+        options.failProgramAt = address;
+    }
+    options.wrongChecksum = parser.isSet(wrongChecksum);
+    if (options.baud <= 0 || options.flash.isEmpty())
+        return bad(QStringLiteral("arguments: at least one --flash chip and a positive --baud are needed"));
+    return true;
+}

@@ -1,0 +1,32 @@
+#pragma once
+// How the simulated instrument is built and what goes wrong with it, from its command line.
+#include <QList>
+#include <QPair>
+#include <QString>
+#include <QStringList>
+#include <cstdint>
+#include <optional>
+
+struct InstrumentOptions {
+    QList<QPair<QString, uint32_t>> flash; // chip name, base address
+    QList<QPair<QString, uint32_t>> loads; // file, address: contents at start
+    QString dumpFolder;                    // where the flash goes at exit and on SIGUSR1
+    int baud = 115200;
+    bool pacing = true;                    // paced at the line rate (11 bits per byte)
+    double timeScale = 1.0;                // flash erase and program times
+    uint16_t tcpPort = 0;                  // also listen on this local TCP port
+    // Faults
+    uint32_t seed = 1;
+    double corruptRate = 0;                // per byte sent: one bit flipped
+    double dropRate = 0;                   // per byte sent: byte lost
+    int64_t disconnectAfterBytes = -1;     // the port vanishes after this many bytes received
+    int stallAfterFrames = -1;             // stops answering after this many frames...
+    int stallMs = 0;                       // ...for this long
+    bool refuseVoltage = false;
+    std::optional<uint32_t> failEraseAt;
+    std::optional<uint32_t> failProgramAt;
+    bool wrongChecksum = false;
+
+    // Parses the arguments; false with a reason in *error.
+    static bool parse(const QStringList &arguments, InstrumentOptions &options, QString *error);
+};

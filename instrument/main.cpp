@@ -1,0 +1,96 @@
+// varnolt-instrument: a simulated measuring instrument on a pseudo-terminal. It prints the
+// device path for the host to open on its first line, serves until SIGTERM or SIGINT, and
+// writes its flash to the dump folder at exit (and on SIGUSR1).
+#include "instrument/InstrumentOptions.h"
+#include "instrument/PtyPort.h"
+#include "instrument/SimulatedInstrument.h"
+
+#include <QCoreApplication>
+#include <QSocketNotifier>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <csignal>
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+int signalPipe[2] = {-1, -1};
+
+void onSignal(int number)
+{
+    const char byte = static_cast<char>(number);
+    [[maybe_unused]] const ssize_t written = ::write(signalPipe[1], &byte, 1);
+}
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    InstrumentOptions options;
+    QString error;
+    if (!InstrumentOptions::parse(app.arguments(), options, &error)) {
+        std::fprintf(stderr, "varnolt-instrument: %s\n", qPrintable(error));
+        return 2;
+    }
+    SimulatedInstrument instrument(options);
+    if (!instrument.loadFiles(&error)) {
+        std::fprintf(stderr, "varnolt-instrument: %s\n", qPrintable(error));
+        return 2;
+    }
+    PtyPort pty(options.pacing ? options.baud : 0);
+    if (!pty.open(&error)) {
+        std::fprintf(stderr, "varnolt-instrument: %s\n", qPrintable(error));
+        return 1;
+    }
+    QObject::connect(&pty, &PtyPort::received, &instrument, &SimulatedInstrument::receive);
+    QObject::connect(&instrument, &SimulatedInstrument::send, &pty, &PtyPort::write);
+    QObject::connect(&instrument, &SimulatedInstrument::vanished, &app, [&] {
+        pty.vanish();
+        QCoreApplication::quit();
+    });
+
+    QTcpServer server;
+    QTcpSocket *client = nullptr;
+    if (options.tcpPort != 0) {
+        if (!server.listen(QHostAddress::LocalHost, options.tcpPort)) {
+            std::fprintf(stderr, "varnolt-instrument: cannot listen on port %u: %s\n", options.tcpPort,
+                         qPrintable(server.errorString()));
+            return 1;
+        }
+        QObject::connect(&server, &QTcpServer::newConnection, &app, [&] {
+            client = server.nextPendingConnection();
+            QObject::connect(client, &QTcpSocket::readyRead, &instrument, [&, socket = client] { instrument.receive(socket->readAll()); });
+        });
+        QObject::connect(&instrument, &SimulatedInstrument::send, &app, [&](const QByteArray &bytes) {
+            if (client && client->state() == QAbstractSocket::ConnectedState)
+                client->write(bytes);
+        });
+    }
+
+    if (::pipe(signalPipe) != 0)
+        return 1;
+    QSocketNotifier signalNotifier(signalPipe[0], QSocketNotifier::Read);
+    QObject::connect(&signalNotifier, &QSocketNotifier::activated, &app, [&] {
+        char number = 0;
+        if (::read(signalPipe[0], &number, 1) != 1)
+            return;
+        if (number == SIGUSR1) {
+            if (!instrument.dump(&error))
+                std::fprintf(stderr, "varnolt-instrument: %s\n", qPrintable(error));
+            return;
+        }
+        QCoreApplication::quit();
+    });
+    std::signal(SIGTERM, onSignal);
+    std::signal(SIGINT, onSignal);
+    std::signal(SIGUSR1, onSignal);
+
+    std::printf("%s\n", qPrintable(pty.devicePath()));
+    std::fflush(stdout);
+    const int status = app.exec();
+    if (!instrument.dump(&error)) {
+        std::fprintf(stderr, "varnolt-instrument: %s\n", qPrintable(error));
+        return 1;
+    }
+    return status;
+}

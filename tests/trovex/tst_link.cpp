@@ -1,0 +1,223 @@
+// Frames, the decoder and the stop-and-wait link, over a scripted transport.
+#include "trovex/Frame.h"
+#include "trovex/FrameDecoder.h"
+#include "trovex/Link.h"
+#include "trovex/PortMap.h"
+#include "trovex/Protocol.h"
+#include "trovex/Transport.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+namespace {
+
+// A transport that records what is written and delivers what the test says, later.
+class ScriptedTransport : public Transport {
+    Q_OBJECT
+public:
+    QList<QByteArray> written;
+    bool open(QString *) override { return true; }
+    void write(const QByteArray &bytes) override { written << bytes; }
+    void close() override {}
+    double wireTimeMs(int) const override { return 0; }
+    void deliver(const QByteArray &bytes) { emit received(bytes); }
+    void breakDown() { emit failed(QStringLiteral("the serial port went away")); }
+};
+
+Frame sample(uint8_t sequence, int size)
+{
+    QByteArray payload(size, '\0');
+    for (int i = 0; i < size; ++i)
+        payload[i] = char((i * 37 + sequence) & 0xFF); // includes the END and ESCAPE values
+    return Frame{sequence, Protocol::Reply, payload};
+}
+
+Frame decodeOne(const QByteArray &wire)
+{
+    FrameDecoder decoder;
+    const QList<Frame> frames = decoder.feed(wire);
+    return frames.size() == 1 ? frames.first() : Frame{0, 0xEE, {}};
+}
+
+} // namespace
+
+class LinkTest : public QObject {
+    Q_OBJECT
+private slots:
+    void framesSurviveStuffing()
+    {
+        for (int size : {0, 1, 2, 240, 4000}) {
+            const Frame frame = sample(uint8_t(size % 251 + 1), size);
+            const QByteArray wire = frame.encode();
+            QCOMPARE(wire.count(char(Frame::End)), 2); // only the two delimiters
+            QVERIFY(wire.size() <= Frame::worstCaseWireBytes(size));
+            QCOMPARE(decodeOne(wire), frame);
+        }
+    }
+
+    void aFrameSplitAtEveryPosition()
+    {
+        const Frame frame = sample(9, 300);
+        const QByteArray wire = frame.encode();
+        for (int cut = 0; cut <= wire.size(); ++cut) {
+            FrameDecoder decoder;
+            QList<Frame> frames = decoder.feed(wire.left(cut));
+            frames += decoder.feed(wire.mid(cut));
+            QCOMPARE(frames.size(), 1);
+            QCOMPARE(frames.first(), frame);
+        }
+    }
+
+    void byteByByteAndSeveralAtOnce()
+    {
+        const QByteArray wire = sample(1, 10).encode() + sample(2, 0).encode() + sample(3, 500).encode();
+        FrameDecoder together;
+        const QList<Frame> all = together.feed(wire);
+        QCOMPARE(all.size(), 3);
+        QCOMPARE(all.at(2), sample(3, 500));
+        FrameDecoder single;
+        QList<Frame> oneByOne;
+        for (char c : wire)
+            oneByOne += single.feed(QByteArray(1, c));
+        QCOMPARE(oneByOne, all);
+    }
+
+    void damagedFramesAreSkippedAndTheNextIsFound_data()
+    {
+        QTest::addColumn<int>("position");
+        QTest::addColumn<int>("how"); // 0 flip a bit, 1 drop the byte, 2 insert a byte
+        const int size = sample(4, 40).encode().size();
+        for (int position = 1; position < size - 1; position += 7)
+            for (int how = 0; how < 3; ++how)
+                QTest::addRow("%d/%d", position, how) << position << how;
+    }
+    void damagedFramesAreSkippedAndTheNextIsFound()
+    {
+        QFETCH(int, position);
+        QFETCH(int, how);
+        QByteArray damaged = sample(4, 40).encode();
+        if (how == 0)
+            damaged[position] = char(damaged[position] ^ 0x10);
+        else if (how == 1)
+            damaged.remove(position, 1);
+        else
+            damaged.insert(position, char(0x55));
+        FrameDecoder decoder;
+        const QList<Frame> frames = decoder.feed(QByteArray("noise") + damaged + sample(5, 20).encode());
+        QVERIFY(!frames.isEmpty());
+        QCOMPARE(frames.last(), sample(5, 20));
+        if (frames.size() == 2)
+            QCOMPARE(frames.first(), sample(4, 40)); // damage that stuffing undid (a flipped END)
+        QVERIFY(decoder.corruptFrames() >= 1);
+    }
+
+    void anOverlongRunWithoutEndIsDropped()
+    {
+        FrameDecoder decoder;
+        QVERIFY(decoder.feed(QByteArray(1, char(Frame::End)) + QByteArray(20000, 'x')).isEmpty());
+        const QList<Frame> frames = decoder.feed(sample(6, 8).encode());
+        QCOMPARE(frames, QList<Frame>{sample(6, 8)});
+    }
+
+    void theLinkTakesTheAnswerWithItsNumber()
+    {
+        ScriptedTransport transport;
+        Link link(transport);
+        QSignalSpy replied(&link, &Link::replied);
+        link.request(Protocol::VoltageOn, {}, 2);
+        QCOMPARE(transport.written.size(), 1);
+        const Frame sent = decodeOne(transport.written.first());
+        QCOMPARE(sent.type, uint8_t(Protocol::VoltageOn));
+        transport.deliver(Frame{uint8_t(sent.sequence + 7), Protocol::Reply, "stale"}.encode()); // another request's
+        QCOMPARE(replied.size(), 0);
+        transport.deliver(Frame{sent.sequence, Protocol::Reply, "ok"}.encode() + Frame{sent.sequence, Protocol::Reply, "dup"}.encode());
+        QCOMPARE(replied.size(), 1);
+        QCOMPARE(replied.at(0).at(0).toByteArray(), QByteArray("ok"));
+        QVERIFY(!link.busy());
+
+        link.request(Protocol::VoltageOff, {}, 2);
+        QCOMPARE(decodeOne(transport.written.last()).sequence, uint8_t(sent.sequence + 1));
+        transport.deliver(Frame{sent.sequence, Protocol::Reply, "dup"}.encode()); // a late duplicate
+        QCOMPARE(replied.size(), 1);
+    }
+
+    void aMissingAnswerIsAskedForAgainWithTheSameNumber()
+    {
+        ScriptedTransport transport;
+        Link link(transport);
+        QSignalSpy replied(&link, &Link::replied);
+        link.request(Protocol::Restart, {}, 2);
+        QTRY_COMPARE_WITH_TIMEOUT(transport.written.size(), 2, 2000);
+        QCOMPARE(transport.written.at(1), transport.written.at(0));
+        transport.deliver(Frame{decodeOne(transport.written.at(0)).sequence, Protocol::Reply, {}}.encode());
+        QCOMPARE(replied.size(), 1);
+        QCOMPARE(link.retransmissions(), 1);
+    }
+
+    void aNakSendsAgainAtOnce()
+    {
+        ScriptedTransport transport;
+        Link link(transport);
+        link.request(Protocol::Restart, {}, 2);
+        transport.deliver(Frame{0, Protocol::Nak, {}}.encode());
+        QCOMPARE(transport.written.size(), 2);
+    }
+
+    void busyFramesKeepASlowRequestAlive()
+    {
+        ScriptedTransport transport;
+        Link link(transport);
+        QSignalSpy failed(&link, &Link::failed);
+        link.request(Protocol::Erase, {}, 6);
+        const uint8_t sequence = decodeOne(transport.written.first()).sequence;
+        // Busy for longer than a plain answer may take, and all sends stay at one.
+        for (int i = 0; i < 10; ++i) {
+            QTest::qWait(100);
+            transport.deliver(Frame{sequence, Protocol::Busy, {}}.encode());
+        }
+        QCOMPARE(transport.written.size(), 1);
+        QCOMPARE(failed.size(), 0);
+    }
+
+    void aDeadLineFailsAfterEveryAttempt()
+    {
+        ScriptedTransport transport;
+        Link link(transport);
+        QSignalSpy failed(&link, &Link::failed);
+        link.request(Protocol::Restart, {}, 2);
+        QVERIFY(failed.wait(10000));
+        QCOMPARE(transport.written.size(), 8);
+        QCOMPARE(failed.at(0).at(0).value<Link::Failure>(), Link::Failure::NoAnswer);
+        QVERIFY(failed.at(0).at(1).toString().contains(QStringLiteral("check the cable")));
+        QVERIFY(!link.busy());
+    }
+
+    void aBrokenTransportFailsAtOnce()
+    {
+        ScriptedTransport transport;
+        Link link(transport);
+        QSignalSpy failed(&link, &Link::failed);
+        link.request(Protocol::Restart, {}, 2);
+        transport.breakDown();
+        QCOMPARE(failed.size(), 1);
+        QCOMPARE(failed.at(0).at(0).value<Link::Failure>(), Link::Failure::TransportLost);
+    }
+
+    void portMap()
+    {
+        const PortMap defaults;
+        QCOMPARE(defaults.deviceFor(QStringLiteral("COM1")), QStringLiteral("/dev/ttyS0"));
+        QCOMPARE(defaults.deviceFor(QStringLiteral("com12")), QStringLiteral("/dev/ttyS11"));
+        QCOMPARE(defaults.deviceFor(QStringLiteral("/dev/ttyUSB3")), QStringLiteral("/dev/ttyUSB3"));
+        QCOMPARE(defaults.deviceFor(QStringLiteral("COM0")), QString());
+        QCOMPARE(defaults.deviceFor(QStringLiteral("LPT1")), QString());
+        const PortMap mapped(QStringLiteral("COM1=/dev/ttyUSB0; com2 = /dev/pts/7;broken"));
+        QCOMPARE(mapped.deviceFor(QStringLiteral("COM1")), QStringLiteral("/dev/ttyUSB0"));
+        QCOMPARE(mapped.deviceFor(QStringLiteral("COM2")), QStringLiteral("/dev/pts/7"));
+        QCOMPARE(mapped.deviceFor(QStringLiteral("COM3")), QStringLiteral("/dev/ttyS2"));
+        QCOMPARE(mapped.overrides().size(), 2);
+    }
+};
+
+QTEST_GUILESS_MAIN(LinkTest)
+#include "tst_link.moc"

@@ -1,0 +1,19 @@
+#pragma once
+// The link's timing, each value with its reason.
+#include <chrono>
+
+namespace LinkTimeouts {
+using namespace std::chrono_literals;
+
+// Added to the wire time of a request and its answer before the answer counts as lost: the
+// instrument's turnaround and the host's scheduling. Generous next to a serial turnaround
+// of a few milliseconds, small next to a human's patience.
+inline constexpr auto ReplyMargin = 250ms;
+// A busy instrument sends a busy frame every 100 ms; three missed in a row mean it is gone.
+inline constexpr auto BusySilence = 400ms;
+// Sends of one request before the instrument counts as not answering. At one damaged byte in
+// 1000 a full 260-byte frame is lost about one time in four; eight sends lose a request about
+// once in 100,000, and a dead line is still given up within a few seconds.
+inline constexpr int MaxAttempts = 8;
+
+}

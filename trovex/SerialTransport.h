@@ -1,0 +1,25 @@
+#pragma once
+// The instrument on a serial line: 8 data bits, even parity, 1 stop bit at the given rate.
+#include "trovex/Transport.h"
+
+#include <QSerialPort>
+
+class SerialTransport : public Transport {
+    Q_OBJECT
+public:
+    SerialTransport(const QString &device, int baud, QObject *parent = nullptr);
+    bool open(QString *error) override;
+    void write(const QByteArray &bytes) override;
+    void close() override;
+    double wireTimeMs(int count) const override;
+
+    // A start bit, 8 data bits, the parity bit and a stop bit.
+    static constexpr int BitsPerByte = 11;
+
+private:
+    void onError(QSerialPort::SerialPortError error);
+
+    QSerialPort m_port;
+    QString m_device;
+    int m_baud;
+};

@@ -1,0 +1,24 @@
+#pragma once
+// A byte pipe to the instrument: a serial port today, a GPIB controller later. The link
+// layer above frames, checks and retransmits; a transport only moves bytes and says when
+// it breaks.
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+
+class Transport : public QObject {
+    Q_OBJECT
+public:
+    using QObject::QObject;
+    // False with a reason that says what to check.
+    virtual bool open(QString *error) = 0;
+    virtual void write(const QByteArray &bytes) = 0;
+    virtual void close() = 0;
+    // Milliseconds that count bytes take on the wire.
+    virtual double wireTimeMs(int count) const = 0;
+
+signals:
+    void received(const QByteArray &bytes);
+    // The transport broke while open (adapter unplugged, controller gone).
+    void failed(const QString &reason);
+};

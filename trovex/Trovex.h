@@ -1,0 +1,76 @@
+#pragma once
+// The application layer on a real channel. OpenChannel takes the channel description
+// ("clsid:... COM2:115200,E,8,1" for a serial port), maps the port name to a device and
+// opens it. UploadTransferProgram loads the transfer program into the boot ROM block by
+// block and starts it; every other request goes to the transfer program, one at a time,
+// through the link, and is answered by one event once its answer (or its failure) is known.
+#include "engine/ApplicationLayer.h"
+#include "trovex/Link.h"
+#include "trovex/PortMap.h"
+
+#include <QByteArray>
+#include <memory>
+
+class Transport;
+
+class Trovex : public ApplicationLayer {
+    Q_OBJECT
+public:
+    explicit Trovex(PortMap ports = PortMap::fromEnvironment(), QObject *parent = nullptr);
+    ~Trovex() override;
+
+    void UploadTransferProgram(const uint8_t *data, int32_t length, int32_t loadAddress, int32_t startAddress,
+                               int32_t &result) override;
+    void OpenChannel(const QString &initString) override;
+    void QueryManufacturerCode(int32_t address, uint8_t architecture, uint8_t flashIndex) override;
+    void ProgrammingVoltageOn() override;
+    void ProgrammingVoltageOff() override;
+    void FlashDelete(uint8_t architecture, uint8_t flashIndex, int32_t address, int32_t length) override;
+    void Restart() override;
+    void ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex,
+                      const uint8_t *data) override;
+    void GetManufacturerCode(int32_t &code) override { code = m_manufacturer; }
+    void ReadMemory(uint8_t architecture, int32_t address, int32_t count) override;
+    void RequestChecksum(uint8_t architecture, int32_t address, int32_t length) override;
+    void GetDeviceCode(int32_t &code) override { code = m_device; }
+    void GetStatus(int16_t &status) override { status = m_status; }
+    void GetChecksum(int32_t &checksum) override { checksum = m_checksum; }
+    void GetEraseResult(int32_t &address, int16_t &status) override;
+    void GetProgramResult(int32_t &address, int16_t &status) override;
+    void GetReadLength(int32_t &length) override { length = static_cast<int32_t>(m_readData.size()); }
+    void GetReadData(uint8_t *data) override;
+    void Shutdown() override;
+    void CloseChannel() override;
+    void GetErrorCode(int16_t &code) override { code = m_errorCode; }
+    void GetErrorText(QString &text) override { text = m_errorText; }
+
+    // Requests sent again after a lost or damaged answer, over the channel's life.
+    int retransmissions() const { return m_link ? m_link->retransmissions() : 0; }
+
+private:
+    // What the pending request's answer means.
+    enum class Pending { None, Identify, VoltageOn, VoltageOff, Erase, Restart, Program, Read, Checksum };
+
+    void send(Pending what, uint8_t type, const QByteArray &payload, int expectedReplyBytes = 16);
+    void onReplied(const QByteArray &payload);
+    void onFailed(Link::Failure failure, const QString &reason);
+    // Raises the error event from the event loop, never inside the request call.
+    void raiseErrorLater(int16_t code, const QString &text);
+    void setError(int16_t code, const QString &text);
+    // Runs one boot-ROM request to its end in a nested event loop; false on failure.
+    bool requestAndWait(uint8_t type, const QByteArray &payload, QByteArray &answer);
+
+    PortMap m_ports;
+    std::unique_ptr<Transport> m_transport;
+    std::unique_ptr<Link> m_link;
+    Pending m_pending = Pending::None;
+
+    int16_t m_errorCode = 0;
+    QString m_errorText;
+    int16_t m_status = 0;
+    int32_t m_manufacturer = 0;
+    int32_t m_device = 0;
+    int32_t m_checksum = 0;
+    int32_t m_resultAddress = 0;
+    QByteArray m_readData;
+};
