@@ -14,7 +14,7 @@ constexpr int PacerIntervalMs = 2; // fine enough that replies leave without bun
 
 PtyPort::PtyPort(int baud, QObject *parent) : QObject(parent), m_baud(baud)
 {
-    connect(&m_pacer, &QTimer::timeout, this, &PtyPort::drain);
+    connect(&m_pacer, &QTimer::timeout, this, &PtyPort::pump);
 }
 
 PtyPort::~PtyPort()
@@ -42,51 +42,61 @@ bool PtyPort::open(QString *error)
     fcntl(m_master, F_SETFL, fcntl(m_master, F_GETFL) | O_NONBLOCK);
     m_notifier = std::make_unique<QSocketNotifier>(m_master, QSocketNotifier::Read);
     connect(m_notifier.get(), &QSocketNotifier::activated, this, &PtyPort::onReadable);
-    m_clock.start();
     return true;
+}
+
+qsizetype PtyPort::Direction::due(int baud)
+{
+    if (baud <= 0)
+        return pending.size();
+    if (!clock.isValid())
+        clock.start();
+    credit += clock.restart() / 1000.0 * baud / BitsPerByte;
+    const qsizetype n = std::min(pending.size(), qsizetype(credit));
+    credit = pending.isEmpty() ? 0 : credit - double(n); // an idle line saves up nothing
+    return n;
 }
 
 void PtyPort::onReadable()
 {
     char buffer[4096];
     const ssize_t n = ::read(m_master, buffer, sizeof buffer);
-    if (n > 0)
-        emit received(QByteArray(buffer, qsizetype(n)));
+    if (n <= 0)
+        return;
+    if (m_in.pending.isEmpty())
+        m_in.clock.restart();
+    m_in.pending.append(buffer, qsizetype(n));
+    pump();
 }
 
 void PtyPort::write(const QByteArray &bytes)
 {
     if (m_master < 0)
         return;
-    m_pending.append(bytes);
-    if (m_baud <= 0) {
-        drain();
-        return;
-    }
-    if (!m_pacer.isActive()) {
-        m_clock.restart();
-        m_credit = 0;
-        m_pacer.start(PacerIntervalMs);
-    }
+    if (m_out.pending.isEmpty())
+        m_out.clock.restart();
+    m_out.pending.append(bytes);
+    pump();
 }
 
-void PtyPort::drain()
+void PtyPort::pump()
 {
-    qsizetype allowed = m_pending.size();
-    if (m_baud > 0) {
-        m_credit += m_clock.restart() / 1000.0 * m_baud / BitsPerByte;
-        allowed = std::min(m_pending.size(), qsizetype(m_credit));
-        m_credit -= double(allowed);
+    const qsizetype arrived = m_in.due(m_baud);
+    if (arrived > 0) {
+        const QByteArray bytes = m_in.pending.left(arrived);
+        m_in.pending.remove(0, arrived);
+        emit received(bytes);
     }
+    const qsizetype allowed = m_out.due(m_baud);
     qsizetype written = 0;
-    while (written < allowed) {
-        const ssize_t n = ::write(m_master, m_pending.constData() + written, size_t(allowed - written));
+    while (m_master >= 0 && written < allowed) {
+        const ssize_t n = ::write(m_master, m_out.pending.constData() + written, size_t(allowed - written));
         if (n <= 0)
             break; // the host's input queue is full: try again on the next tick
         written += n;
     }
-    m_pending.remove(0, written);
-    if (m_pending.isEmpty())
+    m_out.pending.remove(0, written);
+    if (m_in.pending.isEmpty() && m_out.pending.isEmpty())
         m_pacer.stop();
     else if (!m_pacer.isActive())
         m_pacer.start(PacerIntervalMs);

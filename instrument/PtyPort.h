@@ -1,6 +1,7 @@
 #pragma once
 // The instrument's end of a pseudo-terminal: the host opens the other end (devicePath()) as
-// a serial port. Bytes out are paced at the line rate when asked. The instrument keeps the
+// a serial port. When paced, bytes move at the line rate in both directions, as on a real
+// serial line: the host's bytes reach the instrument no faster than the line carries them. The instrument keeps the
 // device end open itself, so a host that closes and opens the port again finds it working.
 #include <QByteArray>
 #include <QElapsedTimer>
@@ -27,16 +28,23 @@ signals:
     void received(const QByteArray &bytes);
 
 private:
+    // Bytes waiting for the line in one direction, released at the line rate.
+    struct Direction {
+        QByteArray pending;
+        QElapsedTimer clock;
+        double credit = 0; // bytes the line could have carried since the last release
+        // How many of the pending bytes the line has carried by now (all when unpaced).
+        qsizetype due(int baud);
+    };
+
     void onReadable();
-    void drain();
+    void pump();
 
     int m_baud;
     int m_master = -1;
     int m_device = -1;
     QString m_devicePath;
     std::unique_ptr<QSocketNotifier> m_notifier;
-    QByteArray m_pending;
+    Direction m_out, m_in;
     QTimer m_pacer;
-    QElapsedTimer m_clock;
-    double m_credit = 0; // bytes the line could have carried since the last drain
 };

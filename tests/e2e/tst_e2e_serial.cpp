@@ -1,106 +1,19 @@
 // Whole updates of the simulated instrument over a real pseudo-terminal, through the real
 // application layer: the flash ends up equal to the images, the calibration data is saved
 // byte for byte, and faults end in clear errors or are ridden out by retransmission.
-#include "engine/QX_UploadProcess.h"
-#include "tests/e2e/InstrumentProcess.h"
-#include "tests/support/ScriptedPrompt.h"
-#include "tests/support/TestPackage.h"
-#include "trovex/Trovex.h"
+#include "tests/e2e/SerialUpdate.h"
 #include "wizard/QX_CommandLine.h"
 
-#include <QFile>
-#include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QtTest>
 
-namespace {
-
-QByteArray randomBytes(int size, uint32_t seed)
-{
-    QByteArray bytes(size, '\0');
-    for (int i = 0; i < size; ++i) {
-        seed = seed * 1103515245u + 12345u;
-        bytes[i] = char(seed >> 16);
-    }
-    return bytes;
-}
-
-const QByteArray Calibration = randomBytes(0x400, 1);
-const QByteArray MainImage = randomBytes(20000, 2);
-const QByteArray TextImage = randomBytes(5000, 3);
-const QByteArray TransferProgram = QByteArray("KDTP") + randomBytes(1500, 4);
-
-// One update: a package in a folder, an engine on the real layer, and the instrument.
-struct Update {
-    QTemporaryDir folder;
-    TestPackage package;
-    ScriptedPrompt prompt;
-    QString device;
-    QStringList log;
-    QX_UploadProcess engine{[this] { return std::make_unique<Trovex>(PortMap(QStringLiteral("COM1=") + device)); }, prompt};
-
-    explicit Update(const QString &instrumentDevice, const QByteArray &transfer = TransferProgram) : device(instrumentDevice)
-    {
-        const QString config = QStringLiteral(
-            "[HOST]\r\nPORTS=COM1\r\nUART=COM1\r\nBAUD=115200\r\nCONTINUE=NO\r\nTRANSFER=TP.BIN,0X20000,0X20000\r\n"
-            "[TARGET]\r\nPROCESSOR=I80X86\r\nARCHITECTURE=B16\r\n"
-            "MEMORY=0X0,0X80000,AM29F040\r\nMEMORY1=0X100000,0X100000,AM29LV800\r\n"
-            "ERASE=0X10000,0X30000\r\nERASE1=0X100000,0X10000\r\n"
-            "[FILES]\r\nUPLOAD=0X0,0X400,%1/CAL.BIN\r\nPROGRAM=0X10000,MAIN.BIN\r\nPROGRAM1=0X100000,TEXT.BIN\r\n")
-                                   .arg(folder.path());
-        package.config(config).member(QStringLiteral("TP.BIN"), transfer).member(QStringLiteral("MAIN.BIN"), MainImage)
-            .member(QStringLiteral("TEXT.BIN"), TextImage).select();
-        QObject::connect(&engine, &QX_UploadProcess::ActionUpdate, &engine, [this](const QString &line) { log << line; });
-        engine.setFilename(QStringLiteral("KDCONFIG.INI"));
-    }
-    bool run() { return engine.Upload(); }
-    QString message() const { return engine.QX_Error_GetLastErrorString(); }
-    QByteArray savedCalibration() const
-    {
-        QFile file(folder.filePath(QStringLiteral("CAL.BIN")));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-};
-
-QStringList instrumentArgs(const QString &calibrationFile, const QStringList &faults = {})
-{
-    return QStringList{QStringLiteral("--flash"), QStringLiteral("AM29F040@0x0"), QStringLiteral("--flash"),
-                       QStringLiteral("AM29LV800@0x100000"), QStringLiteral("--load"), calibrationFile + QStringLiteral("@0x0"),
-                       QStringLiteral("--no-pacing"), QStringLiteral("--time-scale"), QStringLiteral("0")}
-           + faults;
-}
-
-} // namespace
 
 class EndToEndSerialTest : public QObject {
     Q_OBJECT
 private:
-    QTemporaryDir m_files;
-    QString m_calibration;
-
-    // The flash the instrument should hold after a full update.
-    static QByteArray expectedMainChip()
-    {
-        QByteArray chip(512 * 1024, '\xFF');
-        chip.replace(0, Calibration.size(), Calibration);
-        chip.replace(0x10000, MainImage.size(), MainImage);
-        return chip;
-    }
-    static QByteArray expectedLanguageChip()
-    {
-        QByteArray chip(1024 * 1024, '\xFF');
-        chip.replace(0, TextImage.size(), TextImage);
-        return chip;
-    }
+    CalibrationFile m_calibrationFile;
+    const QString m_calibration = m_calibrationFile.path();
 
 private slots:
-    void initTestCase()
-    {
-        m_calibration = m_files.filePath(QStringLiteral("calibration.bin"));
-        QFile file(m_calibration);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(Calibration);
-    }
 
     void fullUpdate()
     {

@@ -72,7 +72,7 @@ QString write(const QString &folder, const QString &calibrationFile, QString *er
                       "Firmware 2.07 is now installed and the instrument has been restarted.\r\n\r\n"
                       "Please run the calibration routines before using the instrument for measurements. "
                       "The saved calibration data stays in the file named in the package.");
-    builder.addMember(QStringLiteral("TP207.BIN"), image(2048, 7));
+    builder.addMember(QStringLiteral("TP207.BIN"), QByteArray("KDTP") + image(2044, 7)); // the boot ROM checks the header
     builder.addMember(QStringLiteral("MAIN207.BIN"), image(96 * 1024, 11));
     builder.addMember(QStringLiteral("TEXT_EN.BIN"), image(12 * 1024, 13));
     builder.addMember(QStringLiteral("TEXT_DE.BIN"), image(13 * 1024, 17));
