@@ -5,28 +5,8 @@
 
 #include "config/ErrorCodes.h"
 #include "config/TextFormat.h"
+#include "engine/AnswerCodes.h"
 
-namespace {
-
-enum ResponseId : int32_t {
-    General = 32,
-    ManufacturerCodeAnswer = 161,
-    VoltageOnAnswer = 162,
-    VoltageOffAnswer = 163,
-    ReadAnswer = 164,
-    ProgramAnswer = 165,
-    ChecksumAnswer = 166,
-    EraseAnswer = 167,
-};
-
-// Status values of the answers
-constexpr int16_t StatusOk = 66;
-constexpr int16_t StatusVoltageOn = 68;
-constexpr int16_t StatusVoltageOff = 70;
-constexpr int16_t StatusReadFailed = 32;  // the one value that fails a read
-constexpr int16_t StatusEraseFailed = 65; // the one value that fails an erase
-
-} // namespace
 
 bool QX_UploadProcess::failIfLayerError()
 {
@@ -50,11 +30,11 @@ void QX_UploadProcess::Trovex_Response(int32_t enumResponseID)
     int32_t address = 0;
 
     switch (enumResponseID) {
-    case General:
+    case ResponseId::General:
         AppLayer->GetStatus(status);
-        checkStatus(status == StatusOk, status, ErrorCode::GeneralError);
+        checkStatus(status == AnswerStatus::Ok, status, ErrorCode::GeneralError);
         break;
-    case ManufacturerCodeAnswer:
+    case ResponseId::ManufacturerCode:
         if (failIfLayerError())
             break;
         AppLayer->GetManufacturerCode(ManufacturerCode);
@@ -63,32 +43,32 @@ void QX_UploadProcess::Trovex_Response(int32_t enumResponseID)
         AppLayer->GetDeviceCode(DeviceCode);
         failIfLayerError();
         break;
-    case VoltageOnAnswer:
+    case ResponseId::VoltageOn:
         AppLayer->GetStatus(status);
-        checkStatus(status == StatusVoltageOn, status, ErrorCode::VoltageOnRefused);
+        checkStatus(status == AnswerStatus::VoltageIsOn, status, ErrorCode::VoltageOnRefused);
         break;
-    case VoltageOffAnswer:
+    case ResponseId::VoltageOff:
         AppLayer->GetStatus(status);
-        checkStatus(status == StatusVoltageOff, status, ErrorCode::VoltageOffRefused);
+        checkStatus(status == AnswerStatus::VoltageIsOff, status, ErrorCode::VoltageOffRefused);
         break;
-    case ReadAnswer:
+    case ResponseId::Read:
         AppLayer->GetStatus(status);
-        checkStatus(status != StatusReadFailed, status, ErrorCode::ReadFailed);
+        checkStatus(status != AnswerStatus::ReadFailed, status, ErrorCode::ReadFailed);
         break;
-    case ProgramAnswer:
+    case ResponseId::Program:
         AppLayer->GetProgramResult(address, status);
-        if (status != StatusOk)
+        if (status != AnswerStatus::Ok)
             fail(ErrorCode::ProgrammingFailed, TextFormat::hex(address));
         break;
-    case ChecksumAnswer:
+    case ResponseId::Checksum:
         if (failIfLayerError())
             break;
         AppLayer->GetChecksum(TargetChecksum);
         failIfLayerError();
         break;
-    case EraseAnswer:
+    case ResponseId::Erase:
         AppLayer->GetEraseResult(address, status);
-        if (status == StatusEraseFailed)
+        if (status == AnswerStatus::EraseFailed)
             fail(ErrorCode::EraseFailed, TextFormat::hex(address));
         break;
     default:

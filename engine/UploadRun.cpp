@@ -71,14 +71,19 @@ bool QX_UploadProcess::openChannel()
 {
     ApplicationLayer *layer = CreateAppLayer();
     int16_t code = -1;
+    QString reason;
     if (layer) {
         AnimateStep();
         layer->OpenChannel(initString());
         layer->GetErrorCode(code);
+        if (code != 0)
+            layer->GetErrorText(reason);
     }
     if (code == 0)
         return true;
-    fail(ErrorCode::CommunicationsLayer, QStringLiteral("Communications Port failed to initialise"));
+    // The layer's reason says what to check (a missing device, the dialout group, a busy port).
+    fail(ErrorCode::CommunicationsLayer,
+         QStringLiteral("Communications Port failed to initialise") + (reason.isEmpty() ? QString() : QStringLiteral(": ") + reason));
     DropAppLayer();
     return false;
 }

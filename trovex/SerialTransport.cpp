@@ -71,8 +71,7 @@ void SerialTransport::onError(QSerialPort::SerialPortError error)
     if (error == QSerialPort::NoError || !m_port.isOpen())
         return;
     if (error == QSerialPort::ResourceError || error == QSerialPort::WriteError || error == QSerialPort::ReadError) {
-        const QString reason = QStringLiteral("the serial port %1 went away (%2); check the cable and the USB adapter")
-                                   .arg(m_device, m_port.errorString());
+        const QString reason = QStringLiteral("the serial port %1 went away; check the cable and the USB adapter").arg(m_device);
         m_port.close();
         emit failed(reason);
     }

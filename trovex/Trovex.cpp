@@ -1,5 +1,6 @@
 #include "trovex/Trovex.h"
 
+#include "engine/AnswerCodes.h"
 #include "trovex/Protocol.h"
 #include "trovex/SerialTransport.h"
 #include "trovex/TrovexError.h"
@@ -9,16 +10,14 @@
 #include <QTimer>
 #include <cstring>
 
+// The instrument's status values reach the engine unchanged through GetStatus.
+static_assert(Protocol::Status::Done == uint16_t(AnswerStatus::Ok));
+static_assert(Protocol::Status::VoltageIsOn == uint16_t(AnswerStatus::VoltageIsOn));
+static_assert(Protocol::Status::VoltageIsOff == uint16_t(AnswerStatus::VoltageIsOff));
+static_assert(Protocol::Status::ReadFailed == uint16_t(AnswerStatus::ReadFailed));
+static_assert(Protocol::Status::EraseFailed == uint16_t(AnswerStatus::EraseFailed));
+
 namespace {
-// Response ids of the answers, as the engine knows them.
-constexpr int32_t GeneralAnswer = 32;
-constexpr int32_t IdentifyAnswer = 161;
-constexpr int32_t VoltageOnAnswer = 162;
-constexpr int32_t VoltageOffAnswer = 163;
-constexpr int32_t ReadAnswer = 164;
-constexpr int32_t ProgramAnswer = 165;
-constexpr int32_t ChecksumAnswer = 166;
-constexpr int32_t EraseAnswer = 167;
 constexpr int32_t TransferFailedResult = 1; // UploadTransferProgram: the link failed
 
 uint8_t blockSum(const QByteArray &data)
@@ -222,7 +221,7 @@ void Trovex::onReplied(const QByteArray &payload)
     setError(TrovexError::None, QString());
     Protocol::Reader reply(payload);
     m_status = static_cast<int16_t>(reply.u16());
-    int32_t id = GeneralAnswer;
+    int32_t id = ResponseId::General;
     switch (what) {
     case Pending::Identify:
         m_manufacturer = static_cast<int32_t>(reply.u32());
@@ -232,31 +231,31 @@ void Trovex::onReplied(const QByteArray &payload)
                      QStringLiteral("no flash chip of the configured kind answers at that address (status %1); "
                                     "check the package against the instrument")
                          .arg(m_status));
-        id = IdentifyAnswer;
+        id = ResponseId::ManufacturerCode;
         break;
-    case Pending::VoltageOn: id = VoltageOnAnswer; break;
-    case Pending::VoltageOff: id = VoltageOffAnswer; break;
-    case Pending::Restart: id = GeneralAnswer; break;
+    case Pending::VoltageOn: id = ResponseId::VoltageOn; break;
+    case Pending::VoltageOff: id = ResponseId::VoltageOff; break;
+    case Pending::Restart: id = ResponseId::General; break;
     case Pending::Erase:
         m_resultAddress = static_cast<int32_t>(reply.u32());
-        id = EraseAnswer;
+        id = ResponseId::Erase;
         break;
     case Pending::Program:
         m_resultAddress = static_cast<int32_t>(reply.u32());
-        id = ProgramAnswer;
+        id = ResponseId::Program;
         break;
     case Pending::Read:
         m_readData = reply.rest();
         if (m_status != Protocol::Status::Ok)
             m_readData.clear();
-        id = ReadAnswer;
+        id = ResponseId::Read;
         break;
     case Pending::Checksum:
         m_checksum = static_cast<int32_t>(reply.u32());
         if (m_status != Protocol::Status::Ok)
             setError(TrovexError::InstrumentRefused,
                      QStringLiteral("the instrument could not sum that range (status %1)").arg(m_status));
-        id = ChecksumAnswer;
+        id = ResponseId::Checksum;
         break;
     case Pending::None: break;
     }

@@ -116,6 +116,16 @@ private slots:
                  QStringLiteral("Error occurred in communications layer, Code = Communications Port failed to initialise"));
         QCOMPARE(r.log(), (QStringList{"UPLOAD FIRMWARE STARTED", "Firmware Upload Process completed in 0 Minutes 0 Seconds"}));
         QVERIFY(!r.requests().contains(QStringLiteral("CloseChannel()")));
+
+        RunFixture withReason(config());
+        withReason.f->prepareLayer = [](ScriptedAppLayer &layer) {
+            layer.setOpenErrorCode(2);
+            layer.setErrorText(QStringLiteral("no permission to open /dev/ttyS0: join the dialout group"));
+        };
+        QVERIFY(!withReason.f->engine.Upload());
+        QCOMPARE(withReason.f->engine.QX_Error_GetLastErrorString(),
+                 QStringLiteral("Error occurred in communications layer, Code = Communications Port failed to initialise: "
+                                "no permission to open /dev/ttyS0: join the dialout group"));
     }
 
     void transferFailure()

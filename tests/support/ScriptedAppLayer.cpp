@@ -1,15 +1,12 @@
 #include "tests/support/ScriptedAppLayer.h"
 
+#include "engine/AnswerCodes.h"
+
 #include <QTimer>
 #include <cstring>
 
 namespace {
-// Answer ids and passing statuses of a healthy instrument
-constexpr int32_t GeneralAnswer = 32;
-constexpr int16_t StatusOk = 66;
-constexpr int16_t StatusVoltageOn = 68;
-constexpr int16_t StatusVoltageOff = 70;
-constexpr int16_t StatusErased = 0;
+constexpr int16_t StatusErased = 0; // anything but the failing value
 }
 
 QStringList ScriptedAppLayer::callNames() const
@@ -96,31 +93,31 @@ void ScriptedAppLayer::OpenChannel(const QString &initString)
 void ScriptedAppLayer::QueryManufacturerCode(int32_t address, uint8_t architecture, uint8_t flashIndex)
 {
     record(QStringLiteral("QueryManufacturerCode"), {address, int(architecture), int(flashIndex)});
-    answerLater(161, passing(StatusOk));
+    answerLater(ResponseId::ManufacturerCode, passing(AnswerStatus::Ok));
 }
 
 void ScriptedAppLayer::ProgrammingVoltageOn()
 {
     record(QStringLiteral("ProgrammingVoltageOn"));
-    answerLater(162, passing(StatusVoltageOn));
+    answerLater(ResponseId::VoltageOn, passing(AnswerStatus::VoltageIsOn));
 }
 
 void ScriptedAppLayer::ProgrammingVoltageOff()
 {
     record(QStringLiteral("ProgrammingVoltageOff"));
-    answerLater(163, passing(StatusVoltageOff));
+    answerLater(ResponseId::VoltageOff, passing(AnswerStatus::VoltageIsOff));
 }
 
 void ScriptedAppLayer::FlashDelete(uint8_t architecture, uint8_t flashIndex, int32_t address, int32_t length)
 {
     record(QStringLiteral("FlashDelete"), {int(architecture), int(flashIndex), address, length});
-    answerLater(167, passing(StatusErased));
+    answerLater(ResponseId::Erase, passing(StatusErased));
 }
 
 void ScriptedAppLayer::Restart()
 {
     record(QStringLiteral("Restart"));
-    answerLater(GeneralAnswer, passing(StatusOk));
+    answerLater(ResponseId::General, passing(AnswerStatus::Ok));
 }
 
 void ScriptedAppLayer::ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex,
@@ -130,9 +127,9 @@ void ScriptedAppLayer::ProgramBlock(int32_t address, int16_t count, uint8_t arch
                                             QByteArray(reinterpret_cast<const char *>(data), count)});
     for (int i = 0; i < count; ++i)
         (*m_flash)[static_cast<uint32_t>(address) + static_cast<uint32_t>(i)] = data[i];
-    Reply healthy = passing(StatusOk);
+    Reply healthy = passing(AnswerStatus::Ok);
     healthy.resultAddress = address;
-    answerLater(165, healthy);
+    answerLater(ResponseId::Program, healthy);
 }
 
 void ScriptedAppLayer::GetManufacturerCode(int32_t &code)
@@ -144,7 +141,7 @@ void ScriptedAppLayer::GetManufacturerCode(int32_t &code)
 void ScriptedAppLayer::ReadMemory(uint8_t architecture, int32_t address, int32_t count)
 {
     record(QStringLiteral("ReadMemory"), {int(architecture), address, count});
-    Reply healthy = passing(StatusOk);
+    Reply healthy = passing(AnswerStatus::Ok);
     if (m_readSource) {
         healthy.readData = m_readSource(address, count);
     } else {
@@ -153,7 +150,7 @@ void ScriptedAppLayer::ReadMemory(uint8_t architecture, int32_t address, int32_t
             bytes[i] = static_cast<char>((address + i) & 0xFF);
         healthy.readData = bytes;
     }
-    answerLater(164, healthy);
+    answerLater(ResponseId::Read, healthy);
 }
 
 void ScriptedAppLayer::RequestChecksum(uint8_t architecture, int32_t address, int32_t length)
@@ -164,9 +161,9 @@ void ScriptedAppLayer::RequestChecksum(uint8_t architecture, int32_t address, in
         const auto byte = m_flash->find(static_cast<uint32_t>(address) + static_cast<uint32_t>(i));
         sum += byte == m_flash->end() ? 0xFFu : byte->second; // erased flash reads FF
     }
-    Reply healthy = passing(StatusOk);
+    Reply healthy = passing(AnswerStatus::Ok);
     healthy.checksum = static_cast<int32_t>(sum & 0xFF);
-    answerLater(166, healthy);
+    answerLater(ResponseId::Checksum, healthy);
 }
 
 void ScriptedAppLayer::GetDeviceCode(int32_t &code)
