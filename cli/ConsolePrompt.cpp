@@ -1,7 +1,6 @@
 #include "cli/ConsolePrompt.h"
 
 #include <QTextStream>
-#include <cstdio>
 #include <unistd.h>
 
 namespace {
@@ -13,13 +12,14 @@ QString forConsole(QString text)
 
 bool ConsolePrompt::askYesNo(const QString &title, const QString &text)
 {
+    if (m_policy != CliOptions::Overwrite::Ask)
+        return m_policy == CliOptions::Overwrite::Always;
     if (!isatty(STDIN_FILENO))
         return false;
     QTextStream out(stderr);
     out << title << ": " << forConsole(text) << " [y/N] " << Qt::flush;
     QTextStream in(stdin);
-    const QString answer = in.readLine().trimmed();
-    return answer.startsWith(QLatin1Char('y'), Qt::CaseInsensitive);
+    return in.readLine().trimmed().startsWith(QLatin1Char('y'), Qt::CaseInsensitive);
 }
 
 void ConsolePrompt::showMessage(const QString &title, const QString &text)

@@ -58,6 +58,7 @@ void Link::onBytes(const QByteArray &bytes)
             m_timer.start(int(LinkTimeouts::BusySilence.count()));
         } else if (frame.type == Protocol::Reply) {
             finish();
+            m_payloadBytes += m_frame.payload.size() + frame.payload.size();
             m_nextSequence = uint8_t(m_nextSequence + 1);
             if (m_nextSequence == 0)
                 m_nextSequence = 1; // 0 is never used, so a fresh instrument cache never matches

@@ -24,6 +24,8 @@ public:
     void request(uint8_t type, const QByteArray &payload, int expectedReplyBytes);
     bool busy() const { return m_pending; }
     int retransmissions() const { return m_retransmissions; }
+    // Payload bytes of requests answered and of their answers, for rates.
+    int64_t payloadBytes() const { return m_payloadBytes; }
 
 signals:
     void replied(const QByteArray &payload);
@@ -44,4 +46,5 @@ private:
     int m_attempts = 0;
     int m_replyWaitMs = 0;
     int m_retransmissions = 0;
+    int64_t m_payloadBytes = 0;
 };

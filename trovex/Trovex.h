@@ -46,6 +46,8 @@ public:
 
     // Requests sent again after a lost or damaged answer, over the channel's life.
     int retransmissions() const { return m_link ? m_link->retransmissions() : 0; }
+    // Payload bytes moved in both directions over the channel's life.
+    int64_t payloadBytes() const { return m_link ? m_link->payloadBytes() : 0; }
 
 private:
     // What the pending request's answer means.

@@ -61,3 +61,8 @@ bool PackageArchiveReader::extractBytes(QByteArray &bytes) const
     bytes = *read;
     return true;
 }
+
+QList<QPair<QString, int64_t>> PackageArchiveReader::members() const
+{
+    return ZipArchive(m_archivePath).members();
+}

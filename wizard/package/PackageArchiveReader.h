@@ -4,6 +4,8 @@
 // archive comment, or a piece of the member as text. A file that cannot be read as a zip
 // archive behaves like an archive without the member. Member names match exactly.
 #include <QByteArray>
+#include <QList>
+#include <QPair>
 #include <QString>
 #include <cstdint>
 
@@ -22,6 +24,8 @@ public:
     // Up to capacity bytes of the member from offset, one character per byte (Latin-1);
     // delivered is the number of bytes, 0 past the end or when the member cannot be read.
     QString extractText(int32_t offset, int32_t capacity, int32_t &delivered) const;
+    // Every member of the archive with its size (an empty list for a file that is no archive).
+    QList<QPair<QString, int64_t>> members() const;
     // The whole member; false when it is missing, refused or damaged.
     bool extractBytes(QByteArray &bytes) const;
 

@@ -71,3 +71,16 @@ std::optional<QByteArray> ZipArchive::read(int64_t index) const
         return std::nullopt;
     return bytes;
 }
+
+QList<QPair<QString, int64_t>> ZipArchive::members() const
+{
+    QList<QPair<QString, int64_t>> list;
+    const zip_int64_t count = m_zip ? zip_get_num_entries(m_zip, 0) : 0;
+    for (zip_int64_t i = 0; i < count; ++i) {
+        zip_stat_t stat;
+        zip_stat_init(&stat);
+        if (zip_stat_index(m_zip, static_cast<zip_uint64_t>(i), ZIP_FL_ENC_RAW, &stat) == 0 && stat.name)
+            list.append({QString::fromLatin1(stat.name), static_cast<int64_t>(stat.size)});
+    }
+    return list;
+}

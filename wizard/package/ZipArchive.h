@@ -2,6 +2,8 @@
 // One open zip archive, read-only, closed when the object goes. A file that is missing, not
 // a zip archive or damaged opens as an archive without members.
 #include <QByteArray>
+#include <QList>
+#include <QPair>
 #include <QString>
 #include <cstdint>
 #include <optional>
@@ -21,6 +23,8 @@ public:
     std::optional<int64_t> find(const QString &name) const;
     // The member's uncompressed size; nullopt when unknown or above the largest member we accept.
     std::optional<int64_t> sizeOf(int64_t index) const;
+    // Every member's name and uncompressed size, in archive order.
+    QList<QPair<QString, int64_t>> members() const;
     // The whole member, or nullopt when it cannot be read completely and intact.
     std::optional<QByteArray> read(int64_t index) const;
 

@@ -1,0 +1,107 @@
+#include "cli/UpdateCommand.h"
+
+#include "cli/ConsolePrompt.h"
+#include "cli/InterruptCancel.h"
+#include "cli/RunReporter.h"
+#include "engine/QX_UploadProcess.h"
+#include "engine/ResultText.h"
+#include "trovex/Trovex.h"
+#include "wizard/QX_CommandLine.h"
+#include "wizard/package/PackageAccess.h"
+#include "wizard/package/PackagePath.h"
+
+#include <QFileInfo>
+#include <QPointer>
+
+namespace UpdateCommand {
+namespace {
+
+QStringList listItems(const QString &list)
+{
+    QStringList items;
+    for (const QString &item : list.split(QLatin1Char(',')))
+        items << item.trimmed().toUpper();
+    return items;
+}
+
+// The selectors' rule: a value must be one of the package's; "" when it is, else why not.
+QString checkChoice(const QString &what, const QString &wanted, const QString &offered)
+{
+    const QStringList items = listItems(offered);
+    if (items.contains(wanted.trimmed().toUpper()))
+        return QString();
+    return QStringLiteral("the package offers no %1 %2; it offers %3").arg(what, wanted, items.join(QStringLiteral(", ")));
+}
+
+// Loads the package as the wizard does and applies --port and --language; "" or the reason
+// the update cannot start.
+QString prepare(const CliOptions &options, QX_UploadProcess &engine)
+{
+    if (!QFileInfo(options.package).isFile())
+        return QStringLiteral("no package %1").arg(options.package);
+    PackagePath = QFileInfo(options.package).absoluteFilePath();
+    ClearPackageFileCache();
+    engine.setFilename(QStringLiteral("KDCONFIG.INI"));
+    if (engine.QX_Error_GetLastError() != 0)
+        return QStringLiteral("the package cannot be loaded: ") + engine.QX_Error_GetLastErrorString();
+    if (!options.port.isEmpty()) {
+        if (QString why = checkChoice(QStringLiteral("port"), options.port, engine.PortList); !why.isEmpty())
+            return why;
+        engine.setComPort(options.port.trimmed().toUpper());
+    }
+    if (!options.language.isEmpty()) {
+        if (QString why = checkChoice(QStringLiteral("language"), options.language, engine.FirmwareLanguages); !why.isEmpty())
+            return why;
+        engine.setFirmwareLanguage(options.language);
+        if (!engine.BuildProgramList())
+            return QStringLiteral("the programs of language %1 cannot be read: ").arg(options.language) + engine.QX_Error_GetLastErrorString();
+    }
+    return QString();
+}
+
+} // namespace
+
+int run(const CliOptions &options, const ApplicationLayerFactory &makeLayer)
+{
+    ConsolePrompt prompt(options.overwrite);
+    QX_CommandLine switches;
+    if (options.transferOnly)
+        switches.setCommandLine(QStringLiteral("/TRANSFERONLY"));
+    // The layer lives only while the channel is open; the rate needs it while it does.
+    QPointer<ApplicationLayer> layer;
+    QX_UploadProcess engine(
+        [&] {
+            auto created = makeLayer();
+            layer = created.get();
+            return created;
+        },
+        prompt);
+    engine.setCommandLine(switches);
+    int64_t bytesMoved = 0; // kept after the channel has closed
+    RunReporter reporter(options, engine, [&] {
+        if (const auto *trovex = qobject_cast<const Trovex *>(layer.data()))
+            bytesMoved = trovex->payloadBytes();
+        return bytesMoved;
+    });
+    QString error;
+    if (!reporter.open(&error) || !(error = prepare(options, engine)).isEmpty()) {
+        reporter.error(error);
+        return ExitStatus::BadUsage;
+    }
+
+    QObject::connect(&engine, &QX_UploadProcess::ActionUpdate, &reporter, &RunReporter::logLine);
+    QObject::connect(&engine, &QX_UploadProcess::ProgressUpdate, &reporter, &RunReporter::progress);
+    InterruptCancel interrupt([&] { engine.Cancel(); });
+
+    ResetUnzipper();
+    const std::optional<QString> closingText = ReadPackageText(QStringLiteral("Final.txt"));
+    const bool succeeded = engine.Upload();
+    const QString text = ResultText::compose(switches.TransferOnly(), succeeded, closingText, engine.RestartInstrument(),
+                                             engine.QX_Error_GetLastErrorString());
+    reporter.result(succeeded, engine.QX_Error_GetLastError(), engine.QX_Error_GetLastErrorString(), text);
+    if (interrupt.interrupted())
+        return ExitStatus::Cancelled;
+    return succeeded ? ExitStatus::Success : ExitStatus::UpdateFailed;
+}
+
+} // namespace UpdateCommand

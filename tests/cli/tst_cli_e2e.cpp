@@ -1,0 +1,344 @@
+// The headless tool as scripts use it: the real varnolt-cli binary updates the simulated
+// instrument over a pseudo-terminal from the demo package, and its output, exit status, log
+// file and the instrument's flash are checked.
+#include "tests/e2e/InstrumentProcess.h"
+#include "tools/demo-package/DemoPackage.h"
+#include "wizard/package/ZipArchive.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <csignal>
+
+#include <QtTest>
+
+namespace {
+constexpr int RunLimitMs = 60000;
+
+QByteArray bytesOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void writeFile(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+QList<QJsonObject> jsonLines(const QByteArray &output)
+{
+    QList<QJsonObject> objects;
+    for (const QByteArray &line : output.split('\n')) {
+        if (line.isEmpty())
+            continue;
+        QJsonParseError error;
+        const QJsonDocument document = QJsonDocument::fromJson(line, &error);
+        if (error.error != QJsonParseError::NoError || !document.isObject())
+            return {}; // every line must be one object
+        objects << document.object();
+    }
+    return objects;
+}
+} // namespace
+
+// One finished run of the tool.
+struct CliRun {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+    QString text() const { return QString::fromUtf8(out); }
+    QString errors() const { return QString::fromUtf8(err); }
+};
+
+class CliEndToEndTest : public QObject {
+    Q_OBJECT
+private:
+    QTemporaryDir m_folder;
+    QString m_package;
+    QString m_calibrationSource;             // what the instrument starts with
+    QString m_readBack;                      // where the package saves it
+    const QByteArray m_calibration = QByteArray(0x200, '\x5A') + QByteArray(0x200, '\xA5');
+
+    QString member(const QString &name) const { return m_folder.filePath(name); }
+
+    QByteArray packageMember(const QString &name) const
+    {
+        ZipArchive archive(m_package);
+        const auto index = archive.find(name);
+        return index ? archive.read(*index).value_or(QByteArray()) : QByteArray();
+    }
+
+    QStringList instrumentArgs(bool paced = false) const
+    {
+        QStringList args{"--flash", "AM29F040@0x0", "--flash", "AM29LV800@0x100000", "--load", m_calibrationSource + "@0x0"};
+        if (!paced)
+            args << "--no-pacing" << "--time-scale" << "0";
+        return args;
+    }
+
+    QProcessEnvironment environment(const QString &portMap) const
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("TROVEX_PORTS"), portMap);
+        return env;
+    }
+
+    void start(QProcess &tool, const QStringList &arguments, const QString &device) const
+    {
+        tool.setProcessEnvironment(environment(QStringLiteral("COM1=") + device));
+        tool.setWorkingDirectory(m_folder.path());
+        tool.start(QStringLiteral(VARNOLT_CLI), arguments);
+    }
+
+    CliRun run(const QStringList &arguments, const QString &device = QStringLiteral("/dev/null")) const
+    {
+        QProcess tool;
+        start(tool, arguments, device);
+        CliRun result;
+        if (!tool.waitForFinished(RunLimitMs))
+            tool.kill();
+        tool.waitForFinished();
+        result.exitCode = tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
+        result.out = tool.readAllStandardOutput();
+        result.err = tool.readAllStandardError();
+        return result;
+    }
+
+    QByteArray expectedMainChip() const
+    {
+        QByteArray chip(512 * 1024, '\xFF');
+        chip.replace(0, m_calibration.size(), m_calibration);
+        const QByteArray main = packageMember(QStringLiteral("MAIN207.BIN"));
+        chip.replace(0x10000, main.size(), main);
+        return chip;
+    }
+    QByteArray expectedLanguageChip(const QString &image) const
+    {
+        QByteArray chip(1024 * 1024, '\xFF');
+        const QByteArray text = packageMember(image);
+        chip.replace(0, text.size(), text);
+        return chip;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_folder.isValid());
+        m_calibrationSource = member(QStringLiteral("instrument-calibration.bin"));
+        m_readBack = member(QStringLiteral("CAL-M7.BIN"));
+        writeFile(m_calibrationSource, m_calibration);
+        QString error;
+        m_package = DemoPackage::write(m_folder.path(), m_readBack, &error);
+        QVERIFY2(!m_package.isEmpty(), qPrintable(error));
+        QVERIFY(!packageMember(QStringLiteral("MAIN207.BIN")).isEmpty());
+    }
+
+    void init() { QFile::remove(m_readBack); }
+
+    void anUpdatePrintsItsLogAndTheClosingText()
+    {
+        InstrumentProcess instrument(instrumentArgs());
+        QVERIFY(instrument.started());
+        const QString logFile = member(QStringLiteral("run.log"));
+        QFile::remove(logFile);
+        const CliRun result = run({"update", m_package, "--log", logFile}, instrument.device());
+        QVERIFY2(result.exitCode == 0, qPrintable(result.text() + result.errors()));
+        QVERIFY(result.text().contains(QStringLiteral("\nManufacturer H1, Device HA4\n")));
+        QVERIFY(result.text().contains(QStringLiteral("Firmware 2.07 is now installed")));
+        QVERIFY(!result.text().contains(QLatin1Char('\r')));
+        QVERIFY(result.err.isEmpty()); // no progress bar without a terminal
+
+        const QStringList logged = QString::fromUtf8(bytesOf(logFile)).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        QVERIFY(logged.size() > 10);
+        const QRegularExpression stamped(QStringLiteral("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3} "));
+        for (const QString &line : logged)
+            QVERIFY2(stamped.match(line).hasMatch(), qPrintable(line));
+        QVERIFY(logged.filter(QStringLiteral(" Close Communication Channel")).size() == 1);
+
+        QCOMPARE(bytesOf(m_readBack), m_calibration);
+        QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip());
+        QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29LV800"), 0x100000), expectedLanguageChip(QStringLiteral("TEXT_EN.BIN")));
+    }
+
+    void jsonLinesForMachinesWithTheChosenLanguage()
+    {
+        InstrumentProcess instrument(instrumentArgs());
+        const CliRun result = run({"update", m_package, "--json", "--language", "german", "--port", "com1"}, instrument.device());
+        QCOMPARE(result.exitCode, 0);
+        const QList<QJsonObject> objects = jsonLines(result.out);
+        QVERIFY(objects.size() > 10);
+        qint64 bytes = 0;
+        int progressLines = 0;
+        for (const QJsonObject &object : objects.mid(0, objects.size() - 1)) {
+            const QString type = object.value(QStringLiteral("type")).toString();
+            QVERIFY2(type == QStringLiteral("log") || type == QStringLiteral("progress"), qPrintable(type));
+            if (type != QStringLiteral("progress"))
+                continue;
+            ++progressLines;
+            const int percent = object.value(QStringLiteral("percent")).toInt(-1);
+            QVERIFY(percent >= 0 && percent <= 100);
+            const double overall = object.value(QStringLiteral("overall")).toDouble(-1);
+            QVERIFY(overall >= 0 && overall <= 1);
+            QVERIFY(object.value(QStringLiteral("bytes")).toInteger() >= bytes); // a counter, never going back
+            bytes = object.value(QStringLiteral("bytes")).toInteger();
+        }
+        QVERIFY(progressLines > 0);
+        QVERIFY(bytes > packageMember(QStringLiteral("MAIN207.BIN")).size());
+        const QJsonObject last = objects.last();
+        QCOMPARE(last.value(QStringLiteral("type")).toString(), QStringLiteral("result"));
+        QCOMPARE(last.value(QStringLiteral("success")).toBool(), true);
+        QCOMPARE(last.value(QStringLiteral("code")).toInt(-1), 0);
+        QVERIFY(last.value(QStringLiteral("elapsedSeconds")).toDouble() > 0);
+        QVERIFY(last.value(QStringLiteral("text")).toString().startsWith(QStringLiteral("Firmware 2.07 is now installed")));
+        QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29LV800"), 0x100000), expectedLanguageChip(QStringLiteral("TEXT_DE.BIN")));
+    }
+
+    void aFailedUpdateSaysWhyAndExitsWithOne()
+    {
+        QStringList args = instrumentArgs();
+        args << QStringLiteral("--wrong-checksum");
+        InstrumentProcess instrument(args);
+        const CliRun result = run({"update", m_package, "--quiet"}, instrument.device());
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY(result.text().startsWith(QStringLiteral("The Firmware Upload process failed.\n\n")));
+        QVERIFY(!result.text().contains(QStringLiteral("Manufacturer"))); // --quiet: the result only
+        QCOMPARE(bytesOf(m_readBack), m_calibration);
+    }
+
+    void badUsageExitsWithTwo_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("unknown port") << QStringList{"update", "@PKG", "--port", "COM9"}
+                                      << "varnolt-cli: the package offers no port COM9; it offers COM1, COM2, GPIB0";
+        QTest::newRow("unknown language") << QStringList{"update", "@PKG", "--language", "KLINGON"}
+                                          << "varnolt-cli: the package offers no language KLINGON; it offers ENGLISH, GERMAN";
+        QTest::newRow("no such package") << QStringList{"update", "missing.KDPKG"} << "varnolt-cli: no package missing.KDPKG";
+        QTest::newRow("not an archive") << QStringList{"update", "@NOTZIP"}
+                                        << "varnolt-cli: the package cannot be loaded: ";
+        QTest::newRow("info of no archive") << QStringList{"info", "@NOTZIP"} << "is not a firmware package (no zip archive)";
+        QTest::newRow("log file that cannot be written") << QStringList{"update", "@PKG", "--log", "/proc/no/such.log"}
+                                                        << "varnolt-cli: cannot write the log file /proc/no/such.log";
+        QTest::newRow("no command") << QStringList{} << "varnolt-cli: a command is needed\n\nusage: varnolt-cli update";
+    }
+    void badUsageExitsWithTwo()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, message);
+        const QString notZip = member(QStringLiteral("notes.KDPKG"));
+        writeFile(notZip, "this is text, not a zip archive\n");
+        arguments.replaceInStrings(QStringLiteral("@PKG"), m_package).replaceInStrings(QStringLiteral("@NOTZIP"), notZip);
+        const CliRun result = run(arguments);
+        QCOMPARE(result.exitCode, 2);
+        QVERIFY2(result.errors().contains(message), qPrintable(result.errors()));
+        QVERIFY(!QFile::exists(m_readBack)); // nothing was started
+    }
+
+    // An existing read-back file: asked about on a terminal, decided by the flags otherwise.
+    void anExistingReadBackFile_data()
+    {
+        QTest::addColumn<QStringList>("flags");
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("no terminal, no flag: kept") << QStringList{} << 1;
+        QTest::newRow("--keep-existing") << QStringList{"--keep-existing"} << 1;
+        QTest::newRow("--overwrite") << QStringList{"--overwrite"} << 0;
+    }
+    void anExistingReadBackFile()
+    {
+        QFETCH(QStringList, flags);
+        QFETCH(int, exitCode);
+        const QByteArray earlier("calibration saved by an earlier update");
+        writeFile(m_readBack, earlier);
+        InstrumentProcess instrument(instrumentArgs());
+        const CliRun result = run(QStringList{"update", m_package} + flags, instrument.device());
+        QCOMPARE(result.exitCode, exitCode);
+        if (exitCode == 0) {
+            QCOMPARE(bytesOf(m_readBack), m_calibration);
+        } else {
+            QVERIFY2(result.text().contains(QStringLiteral("Filename Invalid ") + m_readBack), qPrintable(result.text()));
+            QCOMPARE(bytesOf(m_readBack), earlier);
+            QByteArray untouched(512 * 1024, '\xFF');
+            untouched.replace(0, m_calibration.size(), m_calibration);
+            QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), untouched);
+        }
+    }
+
+    void ctrlCCancelsAndClosesTheChannel()
+    {
+        InstrumentProcess instrument(instrumentArgs(true)); // paced: the run takes seconds
+        QProcess tool;
+        start(tool, {"update", m_package, "--json"}, instrument.device());
+        QVERIFY(tool.waitForStarted());
+        // Interrupt once the main image is being programmed.
+        const QByteArray programming("Program File = MAIN207.BIN");
+        QByteArray seen;
+        while (!seen.contains(programming) && tool.waitForReadyRead(RunLimitMs))
+            seen += tool.readAllStandardOutput();
+        QVERIFY2(seen.contains(programming), seen.constData());
+        ::kill(static_cast<pid_t>(tool.processId()), SIGINT);
+        QVERIFY(tool.waitForFinished(10000)); // unwinds within a reply timeout or two
+        seen += tool.readAllStandardOutput();
+        QCOMPARE(tool.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(tool.exitCode(), 130);
+        const QList<QJsonObject> objects = jsonLines(seen);
+        QVERIFY(!objects.isEmpty());
+        QStringList lines;
+        for (const QJsonObject &object : objects)
+            lines << object.value(QStringLiteral("line")).toString();
+        QVERIFY(lines.contains(QStringLiteral("Upload Cancel Received")));
+        QVERIFY(lines.contains(QStringLiteral("Close Communication Channel")));
+        QCOMPARE(objects.last().value(QStringLiteral("success")).toBool(true), false);
+        QCOMPARE(bytesOf(m_readBack), m_calibration); // saved before the flash was touched
+    }
+
+    void infoShowsThePackageAndItsConfiguration()
+    {
+        const CliRun result = run({"info", m_package});
+        QCOMPARE(result.exitCode, 0);
+        const QString text = result.text();
+        for (const QString &expected :
+             {QStringLiteral("Name:      Model 7 Signal Analyser - Firmware 2.07\n"), QStringLiteral("  MAIN207.BIN  98304 bytes\n"),
+              QStringLiteral("Notes:     Firmware 2.07 (November 2026)"),
+              QStringLiteral("  Ports:         COM1,COM2,GPIB0 (default COM1)\n"), QStringLiteral("  Baud:          115200\n"),
+              QStringLiteral("  Processor:     I80X86\n"), QStringLiteral("  Block size:    240 bytes\n"),
+              QStringLiteral("  Transfer:      TP207.BIN  2048 bytes, load H20000, start H20000\n"),
+              QStringLiteral("  Memory:        AM29F040 (16) H0..H7FFFF (524288 bytes)\n"),
+              QStringLiteral("  Erase:         H10000..H3FFFF (196608 bytes)\n"),
+              QStringLiteral("  Read back:     ") + m_readBack + QStringLiteral("  H0..H3FF (1024 bytes)\n"),
+              QStringLiteral("  Programs (GERMAN):\n    MAIN207.BIN  H10000..H27FFF (98304 bytes)\n    TEXT_DE.BIN  H100000..H1033FF (13312 bytes)\n")})
+            QVERIFY2(text.contains(expected), qPrintable(expected + QStringLiteral(" not in:\n") + text));
+    }
+
+    void portsListsTheMapAndWhatOpens()
+    {
+        InstrumentProcess instrument(instrumentArgs());
+        QProcess tool;
+        tool.setProcessEnvironment(environment(QStringLiteral("COM1=%1;COM2=/dev/varnolt-no-such-tty").arg(instrument.device())));
+        tool.start(QStringLiteral(VARNOLT_CLI), {"ports"});
+        QVERIFY(tool.waitForFinished(RunLimitMs));
+        QCOMPARE(tool.exitCode(), 0);
+        const QString text = QString::fromUtf8(tool.readAllStandardOutput());
+        QVERIFY2(text.contains(QRegularExpression(QStringLiteral("COM1 +%1 +opens\n").arg(QRegularExpression::escape(instrument.device())))),
+                 qPrintable(text));
+        QVERIFY(text.contains(QRegularExpression(QStringLiteral("COM2 +/dev/varnolt-no-such-tty +missing\n"))));
+        QVERIFY(text.contains(QRegularExpression(QStringLiteral("COM3 +/dev/ttyS2 "))));
+    }
+
+    void versionAndHelp()
+    {
+        const CliRun version = run({"--version"});
+        QCOMPARE(version.exitCode, 0);
+        QVERIFY(version.text().startsWith(QStringLiteral("varnolt-cli ")));
+        const CliRun help = run({"--help"});
+        QCOMPARE(help.exitCode, 0);
+        QVERIFY(help.text().contains(QStringLiteral("Exit status: 0 success")));
+    }
+};
+
+QTEST_GUILESS_MAIN(CliEndToEndTest)
+#include "tst_cli_e2e.moc"

@@ -1,0 +1,94 @@
+// The headless tool's command line: what it accepts, and a clear reason for what it does not.
+#include "cli/CliOptions.h"
+
+#include <QtTest>
+
+class CliOptionsTest : public QObject {
+    Q_OBJECT
+private slots:
+    void aFullUpdateLine()
+    {
+        CliOptions options;
+        QString error;
+        QVERIFY(CliOptions::parse({"update", "--port", "com2", "pkg.KDPKG", "--language", "GERMAN", "--transfer-only",
+                                   "--keep-existing", "--log", "run.log", "--json", "--quiet"},
+                                  options, &error));
+        QCOMPARE(options.command, CliOptions::Command::Update);
+        QCOMPARE(options.package, QStringLiteral("pkg.KDPKG"));
+        QCOMPARE(options.port, QStringLiteral("com2"));
+        QCOMPARE(options.language, QStringLiteral("GERMAN"));
+        QVERIFY(options.transferOnly);
+        QCOMPARE(options.overwrite, CliOptions::Overwrite::Never);
+        QCOMPARE(options.logFile, QStringLiteral("run.log"));
+        QVERIFY(options.json);
+        QVERIFY(options.quiet);
+    }
+
+    void defaults()
+    {
+        CliOptions options;
+        QString error;
+        QVERIFY(CliOptions::parse({"update", "pkg.KDPKG"}, options, &error));
+        QCOMPARE(options.overwrite, CliOptions::Overwrite::Ask);
+        QVERIFY(options.port.isEmpty() && options.language.isEmpty() && options.logFile.isEmpty());
+        QVERIFY(!options.transferOnly && !options.json && !options.quiet);
+    }
+
+    void otherCommands_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("command");
+        QTest::newRow("info") << QStringList{"info", "p.KDPKG"} << int(CliOptions::Command::Info);
+        QTest::newRow("ports") << QStringList{"ports"} << int(CliOptions::Command::Ports);
+        QTest::newRow("--help") << QStringList{"--help"} << int(CliOptions::Command::Help);
+        QTest::newRow("-h") << QStringList{"-h"} << int(CliOptions::Command::Help);
+        QTest::newRow("help after a command") << QStringList{"update", "--help"} << int(CliOptions::Command::Help);
+        QTest::newRow("--version") << QStringList{"--version"} << int(CliOptions::Command::Version);
+    }
+    void otherCommands()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, command);
+        CliOptions options;
+        QString error;
+        QVERIFY2(CliOptions::parse(arguments, options, &error), qPrintable(error));
+        QCOMPARE(int(options.command), command);
+    }
+
+    void refusals_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("nothing") << QStringList{} << "a command is needed";
+        QTest::newRow("unknown command") << QStringList{"flash", "p"} << "unknown command flash";
+        QTest::newRow("unknown option") << QStringList{"update", "p", "--fast"} << "unknown option --fast";
+        QTest::newRow("no package") << QStringList{"update"} << "one package is needed";
+        QTest::newRow("two packages") << QStringList{"update", "a", "b"} << "one package is needed";
+        QTest::newRow("ports with a package") << QStringList{"ports", "p"} << "ports takes no package";
+        QTest::newRow("value missing at the end") << QStringList{"update", "p", "--port"} << "--port needs a value";
+        QTest::newRow("option instead of a value") << QStringList{"update", "p", "--log", "--json"} << "--log needs a value";
+        QTest::newRow("both overwrite choices") << QStringList{"update", "p", "--overwrite", "--keep-existing"}
+                                                << "--overwrite and --keep-existing exclude each other";
+        QTest::newRow("update options on info") << QStringList{"info", "p", "--port", "COM1"} << "unknown option --port";
+    }
+    void refusals()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, error);
+        CliOptions options;
+        QString reason;
+        QVERIFY(!CliOptions::parse(arguments, options, &reason));
+        QCOMPARE(reason, error);
+    }
+
+    void aRepeatedOverwriteChoiceIsFine()
+    {
+        CliOptions options;
+        QString error;
+        QVERIFY(CliOptions::parse({"update", "p", "--overwrite", "--overwrite"}, options, &error));
+        QCOMPARE(options.overwrite, CliOptions::Overwrite::Always);
+    }
+};
+
+QTEST_GUILESS_MAIN(CliOptionsTest)
+#include "tst_cli_options.moc"
