@@ -11,7 +11,7 @@ SimulatedInstrument::SimulatedInstrument(const InstrumentOptions &options, QObje
     : QObject(parent), m_options(options), m_random(options.seed)
 {
     for (const auto &[name, base] : options.flash)
-        m_chips.emplace_back(*FlashChip::part(name), base);
+        m_flash.add(FlashChip(*FlashChip::part(name), base));
     m_busy.setInterval(BusyIntervalMs);
     connect(&m_busy, &QTimer::timeout, this, [this] { emitFrame(Frame{m_workingSequence, Busy, {}}); });
     m_stallEnd.setSingleShot(true);
@@ -43,35 +43,75 @@ void SimulatedInstrument::handle(const Frame &request)
         m_stallEnd.start(m_options.stallMs);
         return;
     }
-    if (m_working)
-        return; // the host sent it again while we work: the busy frames answer it
-    if (request.sequence == m_lastSequence && request.sequence != 0) {
-        emitFrame(Frame{request.sequence, Reply, m_lastReply}); // done already: answer again, act once
-        return;
-    }
-    double workMs = 0;
-    const QByteArray answer = execute(request, workMs);
-    const double scaled = workMs * m_options.timeScale;
-    if (scaled < 1) {
-        reply(request.sequence, answer);
-        return;
-    }
-    m_working = true;
-    m_workingSequence = request.sequence;
-    m_workingReply = answer;
-    m_busy.start();
-    QTimer::singleShot(int(scaled), this, [this] {
-        m_busy.stop();
-        m_working = false;
-        reply(m_workingSequence, m_workingReply);
+    if (answeredFromCache(request))
+        return; // done already: answer again, act once
+    noteSequence(request.sequence);
+    if (m_working && request.sequence == m_workingSequence)
+        return; // sent again while we work on it: the busy frames answer it
+    if (std::any_of(m_queue.begin(), m_queue.end(), [&](const Frame &f) { return f.sequence == request.sequence; }))
+        return; // sent again while it waits its turn
+    m_queue.push_back(request);
+    workThroughQueue();
+}
+
+bool SimulatedInstrument::answeredFromCache(const Frame &request)
+{
+    for (const Answered &answered : m_answered)
+        if (answered.request == request) {
+            emitFrame(Frame{request.sequence, Reply, answered.reply});
+            return true;
+        }
+    return false;
+}
+
+void SimulatedInstrument::noteSequence(uint8_t sequence)
+{
+    // Numbers run 1..255: how far one lies past another.
+    const auto past = [](uint8_t a, uint8_t b) { return (int(a) - int(b) + 255) % 255; };
+    const int ahead = past(sequence, m_newestSequence);
+    const int behind = past(m_newestSequence, sequence);
+    if (m_newestSequence != 0 && behind >= 1 && behind <= int(AnswersKept))
+        return; // an earlier request that never arrived intact, sent again
+    if (m_newestSequence == 0 || ahead == 0 || ahead > SequenceHalf)
+        m_answered.clear(); // a host that started counting afresh
+    m_newestSequence = sequence;
+    std::erase_if(m_answered, [&](const Answered &a) {
+        const int distance = past(sequence, a.request.sequence);
+        return distance == 0 || distance > int(AnswersKept);
     });
 }
 
-void SimulatedInstrument::reply(uint8_t sequence, const QByteArray &payload)
+void SimulatedInstrument::workThroughQueue()
 {
-    m_lastSequence = sequence;
-    m_lastReply = payload;
-    emitFrame(Frame{sequence, Reply, payload});
+    while (!m_working && !m_queue.empty()) {
+        const Frame request = m_queue.front();
+        m_queue.pop_front();
+        double workMs = 0;
+        const QByteArray answer = execute(request, workMs);
+        const double scaled = workMs * m_options.timeScale;
+        if (scaled < 1) {
+            reply(request, answer);
+            continue;
+        }
+        m_working = true;
+        m_workingSequence = request.sequence;
+        m_workingReply = answer;
+        m_busy.start();
+        QTimer::singleShot(int(scaled), this, [this, request] {
+            m_busy.stop();
+            m_working = false;
+            reply(request, m_workingReply);
+            workThroughQueue();
+        });
+    }
+}
+
+void SimulatedInstrument::reply(const Frame &request, const QByteArray &payload)
+{
+    m_answered.push_back({request, payload});
+    if (m_answered.size() > AnswersKept)
+        m_answered.pop_front();
+    emitFrame(Frame{request.sequence, Reply, payload});
 }
 
 QByteArray SimulatedInstrument::damaged(const QByteArray &bytes)
@@ -130,17 +170,10 @@ QByteArray SimulatedInstrument::bootRom(const Frame &request)
         if (header != QByteArray(TransferMagic))
             return Writer().u32(StartResult::BadHeader).done();
         m_stage = Stage::TransferProgram;
+        m_answered.clear();
         return Writer().u32(StartResult::Running).done();
     }
     return Writer().u16(Status::Unknown).done();
-}
-
-FlashChip *SimulatedInstrument::chipHolding(uint32_t address, uint32_t length, int32_t index)
-{
-    for (FlashChip &chip : m_chips)
-        if (chip.holds(address, length) && (index == 0 || chip.spec().index == index))
-            return &chip;
-    return nullptr;
 }
 
 QByteArray SimulatedInstrument::transferProgram(const Frame &request, double &workMs)
@@ -151,7 +184,7 @@ QByteArray SimulatedInstrument::transferProgram(const Frame &request, double &wo
         const uint32_t address = in.u32();
         in.u8();
         const uint8_t index = in.u8();
-        const FlashChip *chip = chipHolding(address, 1, index);
+        const FlashChip *chip = m_flash.chipAt(address, index);
         if (!chip)
             return Writer().u16(Status::NoFlash).u32(0).u32(0).done();
         return Writer().u16(Status::Ok).u32(uint32_t(chip->spec().manufacturer)).u32(uint32_t(chip->spec().device)).done();
@@ -169,16 +202,17 @@ QByteArray SimulatedInstrument::transferProgram(const Frame &request, double &wo
         const uint8_t index = in.u8();
         const uint32_t address = in.u32();
         const uint32_t length = in.u32();
-        FlashChip *chip = chipHolding(address, length, index);
-        if (!m_voltage || !chip)
-            return Writer().u16(Status::EraseFailed).u32(address).done();
         if (m_options.failEraseAt && *m_options.failEraseAt >= address && *m_options.failEraseAt - address < length)
             return Writer().u16(Status::EraseFailed).u32(*m_options.failEraseAt).done();
-        workMs = chip->erase(address, length);
+        const std::optional<double> ms = m_voltage ? m_flash.erase(address, length, index) : std::nullopt;
+        if (!ms)
+            return Writer().u16(Status::EraseFailed).u32(address).done();
+        workMs = *ms;
         return Writer().u16(Status::Ok).u32(address).done();
     }
     case Restart:
         m_stage = Stage::BootRom;
+        m_answered.clear();
         m_voltage = false;
         m_ram.clear();
         return Writer().u16(Status::Done).done();
@@ -187,33 +221,33 @@ QByteArray SimulatedInstrument::transferProgram(const Frame &request, double &wo
         in.u8();
         const uint8_t index = in.u8();
         const QByteArray data = in.rest();
-        FlashChip *chip = chipHolding(address, uint32_t(data.size()), index);
-        if (!m_voltage || !chip)
-            return Writer().u16(Status::ProgramFailed).u32(address).done();
         if (m_options.failProgramAt && *m_options.failProgramAt >= address
             && *m_options.failProgramAt - address < uint32_t(data.size()))
             return Writer().u16(Status::ProgramFailed).u32(*m_options.failProgramAt).done();
-        workMs = chip->program(address, data) / 1000.0;
+        const std::optional<double> us = m_voltage ? m_flash.program(address, data, index) : std::nullopt;
+        if (!us)
+            return Writer().u16(Status::ProgramFailed).u32(address).done();
+        workMs = *us / 1000.0;
         return Writer().u16(Status::Done).u32(address).done();
     }
     case Read: {
         in.u8();
         const uint32_t address = in.u32();
         const uint32_t count = in.u32();
-        const FlashChip *chip = count <= uint32_t(Frame::MaxPayload - 2) ? chipHolding(address, count) : nullptr;
-        if (!chip)
+        const std::optional<QByteArray> bytes = count <= uint32_t(Frame::MaxPayload - 2) ? m_flash.read(address, count) : std::nullopt;
+        if (!bytes)
             return Writer().u16(Status::ReadFailed).done();
-        return Writer().u16(Status::Ok).bytes(chip->read(address, count)).done();
+        return Writer().u16(Status::Ok).bytes(*bytes).done();
     }
     case Checksum: {
         in.u8();
         const uint32_t address = in.u32();
         const uint32_t length = in.u32();
-        const FlashChip *chip = chipHolding(address, length);
-        if (!chip)
+        const std::optional<QByteArray> bytes = m_flash.read(address, length);
+        if (!bytes)
             return Writer().u16(Status::OutsideFlash).u32(0).done();
         uint32_t sum = 0;
-        for (char c : chip->read(address, length))
+        for (char c : *bytes)
             sum += uint8_t(c);
         sum &= 0xFF;
         if (m_options.wrongChecksum)
@@ -234,12 +268,10 @@ bool SimulatedInstrument::loadFiles(QString *error)
             return false;
         }
         const QByteArray bytes = file.readAll();
-        FlashChip *chip = chipHolding(address, uint32_t(std::max<qsizetype>(bytes.size(), 1)));
-        if (!chip) {
-            *error = QStringLiteral("%1 does not fit into any chip at 0x%2").arg(path).arg(address, 0, 16);
+        if (!m_flash.load(address, bytes)) {
+            *error = QStringLiteral("%1 does not fit into the chips at 0x%2").arg(path).arg(address, 0, 16);
             return false;
         }
-        chip->load(address, bytes);
     }
     return true;
 }
@@ -249,7 +281,7 @@ bool SimulatedInstrument::dump(QString *error) const
     if (m_options.dumpFolder.isEmpty())
         return true;
     QDir().mkpath(m_options.dumpFolder);
-    for (const FlashChip &chip : m_chips) {
+    for (const FlashChip &chip : m_flash.chips()) {
         const QString path = QStringLiteral("%1/%2@0x%3.bin")
                                  .arg(m_options.dumpFolder, QLatin1String(chip.spec().name))
                                  .arg(chip.base(), 0, 16);

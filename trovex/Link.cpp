@@ -4,81 +4,119 @@
 #include "trovex/Protocol.h"
 #include "trovex/Transport.h"
 
+#include <QPointer>
+#include <QRandomGenerator>
+#include <algorithm>
 #include <cmath>
 
-Link::Link(Transport &transport, QObject *parent) : QObject(parent), m_transport(transport)
+Link::Link(Transport &transport, QObject *parent)
+    : QObject(parent), m_transport(transport), m_nextSequence(uint8_t(QRandomGenerator::global()->bounded(1, 256)))
 {
     m_timer.setSingleShot(true);
+    m_timer.setTimerType(Qt::PreciseTimer);
+    m_clock.start();
     connect(&m_transport, &Transport::received, this, &Link::onBytes);
     connect(&m_transport, &Transport::failed, this, [this](const QString &reason) {
-        if (!m_pending)
-            return;
-        finish();
-        emit failed(Failure::TransportLost, reason);
+        if (!m_outstanding.empty())
+            fail(Failure::TransportLost, reason);
     });
     connect(&m_timer, &QTimer::timeout, this, &Link::onTimeout);
 }
 
-void Link::request(uint8_t type, const QByteArray &payload, int expectedReplyBytes)
+uint8_t Link::request(uint8_t type, const QByteArray &payload, int expectedReplyBytes)
 {
-    m_frame = Frame{m_nextSequence, type, payload};
-    m_pending = true;
-    m_attempts = 0;
-    const double wire = m_transport.wireTimeMs(Frame::worstCaseWireBytes(int(payload.size())))
-                        + m_transport.wireTimeMs(Frame::worstCaseWireBytes(expectedReplyBytes));
-    m_replyWaitMs = int(std::ceil(wire)) + int(LinkTimeouts::ReplyMargin.count());
-    send();
+    const Frame frame{m_nextSequence, type, payload};
+    m_nextSequence = uint8_t(m_nextSequence + 1);
+    if (m_nextSequence == 0)
+        m_nextSequence = 1; // 0 is never used: it marks frames that answer no request
+    m_outstanding.push_back({frame, m_transport.wireTimeMs(Frame::worstCaseWireBytes(expectedReplyBytes))});
+    transmit(frame);
+    if (m_outstanding.size() == 1) {
+        m_attempts = 1;
+        armForOldest();
+    }
+    return frame.sequence;
 }
 
-void Link::send()
+void Link::transmit(const Frame &frame)
+{
+    const QByteArray wire = frame.encode();
+    m_transport.write(wire);
+    const double now = double(m_clock.nsecsElapsed()) / 1e6;
+    m_wireFreeAtMs = std::max(m_wireFreeAtMs, now) + m_transport.wireTimeMs(int(wire.size()));
+}
+
+void Link::armForOldest()
+{
+    const double now = double(m_clock.nsecsElapsed()) / 1e6;
+    const double queued = std::max(0.0, m_wireFreeAtMs - now);
+    m_timer.start(int(std::ceil(queued + m_outstanding.front().replyWireMs)) + int(LinkTimeouts::ReplyMargin.count()));
+}
+
+void Link::resendAll()
 {
     ++m_attempts;
-    if (m_attempts > 1)
+    for (const Outstanding &request : m_outstanding) {
         ++m_retransmissions;
-    m_transport.write(m_frame.encode());
-    m_timer.start(m_replyWaitMs);
-}
-
-void Link::finish()
-{
-    m_timer.stop();
-    m_pending = false;
+        transmit(request.frame);
+    }
+    armForOldest();
 }
 
 void Link::onBytes(const QByteArray &bytes)
 {
+    const QPointer<Link> alive(this);
     for (const Frame &frame : m_decoder.feed(bytes)) {
-        if (!m_pending)
-            continue; // a late duplicate of an answer already taken
+        if (m_outstanding.empty())
+            return; // a late duplicate of an answer already taken
         if (frame.type == Protocol::Nak) {
-            onTimeout(); // it saw our request damaged: send again now
-        } else if (frame.sequence != m_frame.sequence) {
-            continue; // the answer to an earlier send of an earlier request
-        } else if (frame.type == Protocol::Busy) {
-            m_timer.start(int(LinkTimeouts::BusySilence.count()));
-        } else if (frame.type == Protocol::Reply) {
-            finish();
-            m_payloadBytes += m_frame.payload.size() + frame.payload.size();
-            m_nextSequence = uint8_t(m_nextSequence + 1);
-            if (m_nextSequence == 0)
-                m_nextSequence = 1; // 0 is never used, so a fresh instrument cache never matches
-            emit replied(frame.payload);
-            return; // one answer per request; bytes after it belong to nobody
+            resendAll(); // it saw a request of ours damaged: send again now
+            continue;
         }
+        const auto isFor = [&](const Outstanding &o) { return o.frame.sequence == frame.sequence; };
+        if (std::none_of(m_outstanding.begin(), m_outstanding.end(), isFor))
+            continue; // the answer to an earlier send of a request already answered
+        if (frame.type == Protocol::Busy)
+            m_timer.start(int(LinkTimeouts::BusySilence.count()));
+        else if (frame.type == Protocol::Reply)
+            onReply(frame);
+        if (!alive)
+            return; // whoever took the answer closed the channel
     }
+}
+
+void Link::onReply(const Frame &frame)
+{
+    const auto it = std::find_if(m_outstanding.begin(), m_outstanding.end(),
+                                 [&](const Outstanding &o) { return o.frame.sequence == frame.sequence; });
+    const bool wasOldest = it == m_outstanding.begin();
+    m_payloadBytes += it->frame.payload.size() + frame.payload.size();
+    m_outstanding.erase(it);
+    if (m_outstanding.empty()) {
+        m_timer.stop();
+    } else if (wasOldest) {
+        m_attempts = 1;
+        armForOldest();
+    } // else the oldest's answer is still missing and its wait runs on
+    emit replied(frame.sequence, frame.payload);
 }
 
 void Link::onTimeout()
 {
-    if (!m_pending)
+    if (m_outstanding.empty())
         return;
     if (m_attempts < LinkTimeouts::MaxAttempts) {
-        send();
+        resendAll();
         return;
     }
-    finish();
-    emit failed(Failure::NoAnswer,
-                QStringLiteral("the instrument did not answer after %1 attempts; check the cable, that the instrument "
-                               "is switched on and waiting for the update, and the port")
-                    .arg(LinkTimeouts::MaxAttempts));
+    fail(Failure::NoAnswer, QStringLiteral("the instrument did not answer after %1 attempts; check the cable, that the "
+                                           "instrument is switched on and waiting for the update, and the port")
+                                .arg(LinkTimeouts::MaxAttempts));
+}
+
+void Link::fail(Failure failure, const QString &reason)
+{
+    m_timer.stop();
+    m_outstanding.clear();
+    emit failed(failure, reason);
 }

@@ -1,14 +1,21 @@
 #pragma once
-// Stop-and-wait requests over a transport: one request at a time, numbered; a lost or
-// damaged answer makes the request go out again with the same number (the instrument then
-// answers from its cache instead of acting twice). Busy frames stretch the wait of a long
-// operation. After MaxAttempts sends without an answer, or when the transport breaks, the
-// request fails with a reason that says what to check.
+// Numbered requests over a transport, several of them on the way at once. Each request is
+// answered by the instrument's Reply with its number; a lost or damaged answer makes the
+// unanswered requests go out again with their numbers (the instrument then answers from its
+// cache instead of acting twice). Busy frames stretch the wait during long operations.
+// After MaxAttempts sends of the oldest request without an answer, or when the transport
+// breaks, every request on the way fails at once with a reason that says what to check.
+//
+// Keeping the line busy is the caller's business: it may send another request before the
+// earlier ones are answered, up to Window of them, and only where the order in which the
+// instrument carries them out does not matter.
 #include "trovex/Frame.h"
 #include "trovex/FrameDecoder.h"
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QTimer>
+#include <deque>
 
 class Transport;
 
@@ -16,35 +23,50 @@ class Link : public QObject {
     Q_OBJECT
 public:
     enum class Failure { NoAnswer, TransportLost };
+    // Requests on the way at once, at most: two keep the line busy while the instrument
+    // answers the first; the third absorbs the host's scheduling hiccups.
+    static constexpr int Window = 3;
 
     explicit Link(Transport &transport, QObject *parent = nullptr);
 
-    // Sends a request; exactly one of replied or failed follows, from the event loop.
-    // expectedReplyBytes sizes the wait for the answer.
-    void request(uint8_t type, const QByteArray &payload, int expectedReplyBytes);
-    bool busy() const { return m_pending; }
+    // Sends a request and returns its number; exactly one of replied (with that number) or
+    // failed follows, from the event loop. expectedReplyBytes sizes the wait for the answer.
+    uint8_t request(uint8_t type, const QByteArray &payload, int expectedReplyBytes);
+    // Requests sent and not answered yet.
+    int outstanding() const { return int(m_outstanding.size()); }
     int retransmissions() const { return m_retransmissions; }
     // Payload bytes of requests answered and of their answers, for rates.
     int64_t payloadBytes() const { return m_payloadBytes; }
 
 signals:
-    void replied(const QByteArray &payload);
+    void replied(uint8_t sequence, const QByteArray &payload);
+    // Every outstanding request is dropped.
     void failed(Link::Failure failure, const QString &reason);
 
 private:
+    struct Outstanding {
+        Frame frame;
+        double replyWireMs;
+    };
+
     void onBytes(const QByteArray &bytes);
+    void onReply(const Frame &frame);
     void onTimeout();
-    void send();
-    void finish();
+    void transmit(const Frame &frame);
+    void resendAll();
+    // Waits for the oldest request's answer: the wire time still queued ahead of it, its
+    // answer's wire time, and the margin.
+    void armForOldest();
+    void fail(Failure failure, const QString &reason);
 
     Transport &m_transport;
     FrameDecoder m_decoder;
     QTimer m_timer;
-    Frame m_frame;
-    uint8_t m_nextSequence = 1;
-    bool m_pending = false;
-    int m_attempts = 0;
-    int m_replyWaitMs = 0;
+    QElapsedTimer m_clock;
+    double m_wireFreeAtMs = 0; // when the bytes written so far will have left
+    std::deque<Outstanding> m_outstanding;
+    uint8_t m_nextSequence; // starts anywhere, so a new channel does not repeat the numbers of the last
+    int m_attempts = 0; // sends of the oldest request
     int m_retransmissions = 0;
     int64_t m_payloadBytes = 0;
 };

@@ -51,6 +51,8 @@ bool SerialTransport::open(QString *error)
 
 void SerialTransport::write(const QByteArray &bytes)
 {
+    // No flush() here: forcing a write into a full driver buffer fails with EAGAIN, which the
+    // port reports like an unplugged adapter. The port writes when the driver has room.
     if (m_port.isOpen())
         m_port.write(bytes);
 }

@@ -70,15 +70,27 @@ void Trovex::OpenChannel(const QString &initString)
     }
     m_transport = std::move(transport);
     m_link = std::make_unique<Link>(*m_transport);
-    connect(m_link.get(), &Link::replied, this, &Trovex::onReplied);
-    connect(m_link.get(), &Link::failed, this, &Trovex::onFailed);
+    m_pipeline = std::make_unique<RequestPipeline>(*m_link);
+    connect(m_pipeline.get(), &RequestPipeline::answered, this, &Trovex::onAnswered);
+    connect(m_pipeline.get(), &RequestPipeline::failed, this, &Trovex::onFailed);
+    connect(m_pipeline.get(), &RequestPipeline::programmingFailedEarlier, this, [this](int32_t address, uint16_t status) {
+        setError(TrovexError::ProgramFailed,
+                 QStringLiteral("the instrument could not program the block at H%1 (status %2); it said so after the "
+                                "blocks behind it were on their way")
+                     .arg(QString::number(uint32_t(address), 16).toUpper())
+                     .arg(status));
+        emit Trovex_Error(TrovexError::ProgramFailed);
+    });
 }
 
 bool Trovex::requestAndWait(uint8_t type, const QByteArray &payload, QByteArray &answer)
 {
     QEventLoop wait;
     bool ok = false;
-    const QMetaObject::Connection onReply = connect(m_link.get(), &Link::replied, &wait, [&](const QByteArray &bytes) {
+    uint8_t sequence = 0;
+    const QMetaObject::Connection onReply = connect(m_link.get(), &Link::replied, &wait, [&](uint8_t answered, const QByteArray &bytes) {
+        if (answered != sequence)
+            return;
         answer = bytes;
         ok = true;
         wait.quit();
@@ -88,7 +100,7 @@ bool Trovex::requestAndWait(uint8_t type, const QByteArray &payload, QByteArray 
                                                        setError(TrovexError::TransferFailed, reason);
                                                        wait.quit();
                                                    });
-    m_link->request(type, payload, 16);
+    sequence = m_link->request(type, payload, 16);
     wait.exec(); // the link's own timeouts bound this wait
     disconnect(onReply);
     disconnect(onFail);
@@ -103,7 +115,6 @@ void Trovex::UploadTransferProgram(const uint8_t *data, int32_t length, int32_t 
         setError(TrovexError::NotOpen, QStringLiteral("the channel is not open"));
         return;
     }
-    m_pending = Pending::None;
     const QByteArray image(reinterpret_cast<const char *>(data), length);
     QByteArray answer;
     for (int32_t offset = 0; offset < length; offset += Protocol::LoadBlockBytes) {
@@ -131,14 +142,13 @@ void Trovex::UploadTransferProgram(const uint8_t *data, int32_t length, int32_t 
                      .arg(result));
 }
 
-void Trovex::send(Pending what, uint8_t type, const QByteArray &payload, int expectedReplyBytes)
+void Trovex::submit(RequestPipeline::Request request)
 {
-    if (!m_link) {
+    if (!m_pipeline) {
         raiseErrorLater(TrovexError::NotOpen, QStringLiteral("the channel is not open"));
         return;
     }
-    m_pending = what;
-    m_link->request(type, payload, expectedReplyBytes);
+    m_pipeline->submit(request);
 }
 
 void Trovex::raiseErrorLater(int16_t code, const QString &text)
@@ -151,47 +161,47 @@ void Trovex::raiseErrorLater(int16_t code, const QString &text)
 
 void Trovex::QueryManufacturerCode(int32_t address, uint8_t architecture, uint8_t flashIndex)
 {
-    send(Pending::Identify, Protocol::Identify, Protocol::Writer().u32(uint32_t(address)).u8(architecture).u8(flashIndex).done());
+    submit({Kind::Identify, Protocol::Identify, Protocol::Writer().u32(uint32_t(address)).u8(architecture).u8(flashIndex).done()});
 }
 
 void Trovex::ProgrammingVoltageOn()
 {
-    send(Pending::VoltageOn, Protocol::VoltageOn, {});
+    submit({Kind::VoltageOn, Protocol::VoltageOn, {}});
 }
 
 void Trovex::ProgrammingVoltageOff()
 {
-    send(Pending::VoltageOff, Protocol::VoltageOff, {});
+    submit({Kind::VoltageOff, Protocol::VoltageOff, {}});
 }
 
 void Trovex::FlashDelete(uint8_t architecture, uint8_t flashIndex, int32_t address, int32_t length)
 {
-    send(Pending::Erase, Protocol::Erase,
-         Protocol::Writer().u8(architecture).u8(flashIndex).u32(uint32_t(address)).u32(uint32_t(length)).done());
+    submit({Kind::Erase, Protocol::Erase,
+            Protocol::Writer().u8(architecture).u8(flashIndex).u32(uint32_t(address)).u32(uint32_t(length)).done()});
 }
 
 void Trovex::Restart()
 {
-    send(Pending::Restart, Protocol::Restart, {});
+    submit({Kind::Restart, Protocol::Restart, {}});
 }
 
 void Trovex::ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex, const uint8_t *data)
 {
     const QByteArray block(reinterpret_cast<const char *>(data), std::max<int16_t>(count, 0));
-    send(Pending::Program, Protocol::Program,
-         Protocol::Writer().u32(uint32_t(address)).u8(architecture).u8(flashIndex).bytes(block).done());
+    submit({Kind::Program, Protocol::Program,
+            Protocol::Writer().u32(uint32_t(address)).u8(architecture).u8(flashIndex).bytes(block).done(), 16, architecture,
+            address, count});
 }
 
 void Trovex::ReadMemory(uint8_t architecture, int32_t address, int32_t count)
 {
-    send(Pending::Read, Protocol::Read, Protocol::Writer().u8(architecture).u32(uint32_t(address)).u32(uint32_t(count)).done(),
-         std::max(count, 0) + 2);
+    submit({Kind::Read, Protocol::Read, Protocol::Writer().u8(architecture).u32(uint32_t(address)).u32(uint32_t(count)).done(),
+            std::max(count, 0) + 2, architecture, address, count});
 }
 
 void Trovex::RequestChecksum(uint8_t architecture, int32_t address, int32_t length)
 {
-    send(Pending::Checksum, Protocol::Checksum,
-         Protocol::Writer().u8(architecture).u32(uint32_t(address)).u32(uint32_t(length)).done());
+    submit({Kind::Checksum, Protocol::Checksum, Protocol::Writer().u8(architecture).u32(uint32_t(address)).u32(uint32_t(length)).done()});
 }
 
 void Trovex::GetEraseResult(int32_t &address, int16_t &status)
@@ -212,18 +222,14 @@ void Trovex::GetReadData(uint8_t *data)
         std::memcpy(data, m_readData.constData(), static_cast<size_t>(m_readData.size()));
 }
 
-void Trovex::onReplied(const QByteArray &payload)
+void Trovex::onAnswered(Kind kind, const QByteArray &payload)
 {
-    const Pending what = m_pending;
-    m_pending = Pending::None;
-    if (what == Pending::None)
-        return; // a boot-ROM answer, taken by UploadTransferProgram
     setError(TrovexError::None, QString());
     Protocol::Reader reply(payload);
     m_status = static_cast<int16_t>(reply.u16());
     int32_t id = ResponseId::General;
-    switch (what) {
-    case Pending::Identify:
+    switch (kind) {
+    case Kind::Identify:
         m_manufacturer = static_cast<int32_t>(reply.u32());
         m_device = static_cast<int32_t>(reply.u32());
         if (m_status != Protocol::Status::Ok)
@@ -233,31 +239,30 @@ void Trovex::onReplied(const QByteArray &payload)
                          .arg(m_status));
         id = ResponseId::ManufacturerCode;
         break;
-    case Pending::VoltageOn: id = ResponseId::VoltageOn; break;
-    case Pending::VoltageOff: id = ResponseId::VoltageOff; break;
-    case Pending::Restart: id = ResponseId::General; break;
-    case Pending::Erase:
+    case Kind::VoltageOn: id = ResponseId::VoltageOn; break;
+    case Kind::VoltageOff: id = ResponseId::VoltageOff; break;
+    case Kind::Restart: id = ResponseId::General; break;
+    case Kind::Erase:
         m_resultAddress = static_cast<int32_t>(reply.u32());
         id = ResponseId::Erase;
         break;
-    case Pending::Program:
+    case Kind::Program:
         m_resultAddress = static_cast<int32_t>(reply.u32());
         id = ResponseId::Program;
         break;
-    case Pending::Read:
+    case Kind::Read:
         m_readData = reply.rest();
         if (m_status != Protocol::Status::Ok)
             m_readData.clear();
         id = ResponseId::Read;
         break;
-    case Pending::Checksum:
+    case Kind::Checksum:
         m_checksum = static_cast<int32_t>(reply.u32());
         if (m_status != Protocol::Status::Ok)
             setError(TrovexError::InstrumentRefused,
                      QStringLiteral("the instrument could not sum that range (status %1)").arg(m_status));
         id = ResponseId::Checksum;
         break;
-    case Pending::None: break;
     }
     if (!reply.complete()) {
         setError(TrovexError::BadReply, QStringLiteral("the instrument's answer was too short for its request"));
@@ -269,21 +274,20 @@ void Trovex::onReplied(const QByteArray &payload)
 
 void Trovex::onFailed(Link::Failure failure, const QString &reason)
 {
-    const bool wasPending = m_pending != Pending::None;
-    m_pending = Pending::None;
     const int16_t code = failure == Link::Failure::NoAnswer ? TrovexError::NoAnswer : TrovexError::PortLost;
     setError(code, reason);
-    if (wasPending)
-        emit Trovex_Error(code);
+    emit Trovex_Error(code);
 }
 
 void Trovex::Shutdown()
 {
-    m_pending = Pending::None;
+    if (m_pipeline)
+        m_pipeline->reset();
 }
 
 void Trovex::CloseChannel()
 {
+    m_pipeline.reset();
     m_link.reset();
     if (m_transport)
         m_transport->close();

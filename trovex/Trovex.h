@@ -2,11 +2,12 @@
 // The application layer on a real channel. OpenChannel takes the channel description
 // ("clsid:... COM2:115200,E,8,1" for a serial port), maps the port name to a device and
 // opens it. UploadTransferProgram loads the transfer program into the boot ROM block by
-// block and starts it; every other request goes to the transfer program, one at a time,
-// through the link, and is answered by one event once its answer (or its failure) is known.
+// block and starts it; every other request goes to the transfer program through the request
+// pipeline, which keeps the line busy, and is answered by one event.
 #include "engine/ApplicationLayer.h"
 #include "trovex/Link.h"
 #include "trovex/PortMap.h"
+#include "trovex/RequestPipeline.h"
 
 #include <QByteArray>
 #include <memory>
@@ -50,11 +51,10 @@ public:
     int64_t payloadBytes() const { return m_link ? m_link->payloadBytes() : 0; }
 
 private:
-    // What the pending request's answer means.
-    enum class Pending { None, Identify, VoltageOn, VoltageOff, Erase, Restart, Program, Read, Checksum };
+    using Kind = RequestPipeline::Kind;
 
-    void send(Pending what, uint8_t type, const QByteArray &payload, int expectedReplyBytes = 16);
-    void onReplied(const QByteArray &payload);
+    void submit(RequestPipeline::Request request);
+    void onAnswered(Kind kind, const QByteArray &payload);
     void onFailed(Link::Failure failure, const QString &reason);
     // Raises the error event from the event loop, never inside the request call.
     void raiseErrorLater(int16_t code, const QString &text);
@@ -65,7 +65,7 @@ private:
     PortMap m_ports;
     std::unique_ptr<Transport> m_transport;
     std::unique_ptr<Link> m_link;
-    Pending m_pending = Pending::None;
+    std::unique_ptr<RequestPipeline> m_pipeline;
 
     int16_t m_errorCode = 0;
     QString m_errorText;

@@ -66,6 +66,30 @@ private slots:
         QVERIFY(update.log.contains(QStringLiteral("FlashDelete ERROR")));
     }
 
+    // Blocks are answered once on their way; the instrument's "failed" for one of them comes
+    // with the next block, and still names the failing address.
+    void aBlockThatFailsIsReportedWithItsAddress()
+    {
+        InstrumentProcess instrument(instrumentArgs(m_calibration, {QStringLiteral("--fail-program"), QStringLiteral("0x12345")}));
+        Update update(instrument.device());
+        QVERIFY(!update.run());
+        QCOMPARE(update.message(), QStringLiteral("PROGRAMMING ERROR, failed at address 12345"));
+        QVERIFY(update.log.contains(QStringLiteral("Prog ERROR")));
+    }
+
+    void aLastBlockThatFailsStopsTheRunBeforeTheChecksum()
+    {
+        // The language image ends at 0x101388: its last block has nothing behind it.
+        InstrumentProcess instrument(instrumentArgs(m_calibration, {QStringLiteral("--fail-program"), QStringLiteral("0x101380")}));
+        Update update(instrument.device());
+        QVERIFY(!update.run());
+        QCOMPARE(update.message(), QStringLiteral("Error occurred in communications layer, Code = 15 the instrument could not "
+                                                  "program the block at H101380 (status 67); it said so after the blocks behind "
+                                                  "it were on their way"));
+        QVERIFY(!std::any_of(update.log.begin(), update.log.end(),
+                             [](const QString &l) { return l.startsWith(QStringLiteral("Checksum( H2 , H100000")); }));
+    }
+
     void refusedVoltage()
     {
         InstrumentProcess instrument(instrumentArgs(m_calibration, {QStringLiteral("--refuse-voltage")}));

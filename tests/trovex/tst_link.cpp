@@ -1,28 +1,15 @@
-// Frames, the decoder and the stop-and-wait link, over a scripted transport.
+// Frames, the decoder and the link, over a scripted transport.
 #include "trovex/Frame.h"
 #include "trovex/FrameDecoder.h"
 #include "trovex/Link.h"
 #include "trovex/PortMap.h"
 #include "trovex/Protocol.h"
-#include "trovex/Transport.h"
+#include "tests/trovex/ScriptedTransport.h"
 
 #include <QSignalSpy>
 #include <QtTest>
 
 namespace {
-
-// A transport that records what is written and delivers what the test says, later.
-class ScriptedTransport : public Transport {
-    Q_OBJECT
-public:
-    QList<QByteArray> written;
-    bool open(QString *) override { return true; }
-    void write(const QByteArray &bytes) override { written << bytes; }
-    void close() override {}
-    double wireTimeMs(int) const override { return 0; }
-    void deliver(const QByteArray &bytes) { emit received(bytes); }
-    void breakDown() { emit failed(QStringLiteral("the serial port went away")); }
-};
 
 Frame sample(uint8_t sequence, int size)
 {
@@ -132,11 +119,11 @@ private slots:
         QCOMPARE(replied.size(), 0);
         transport.deliver(Frame{sent.sequence, Protocol::Reply, "ok"}.encode() + Frame{sent.sequence, Protocol::Reply, "dup"}.encode());
         QCOMPARE(replied.size(), 1);
-        QCOMPARE(replied.at(0).at(0).toByteArray(), QByteArray("ok"));
-        QVERIFY(!link.busy());
+        QCOMPARE(replied.at(0).at(1).toByteArray(), QByteArray("ok"));
+        QCOMPARE(link.outstanding(), 0);
 
         link.request(Protocol::VoltageOff, {}, 2);
-        QCOMPARE(decodeOne(transport.written.last()).sequence, uint8_t(sent.sequence + 1));
+        QCOMPARE(decodeOne(transport.written.last()).sequence, uint8_t(sent.sequence == 255 ? 1 : sent.sequence + 1));
         transport.deliver(Frame{sent.sequence, Protocol::Reply, "dup"}.encode()); // a late duplicate
         QCOMPARE(replied.size(), 1);
     }
@@ -189,7 +176,7 @@ private slots:
         QCOMPARE(transport.written.size(), 8);
         QCOMPARE(failed.at(0).at(0).value<Link::Failure>(), Link::Failure::NoAnswer);
         QVERIFY(failed.at(0).at(1).toString().contains(QStringLiteral("check the cable")));
-        QVERIFY(!link.busy());
+        QCOMPARE(link.outstanding(), 0);
     }
 
     void aBrokenTransportFailsAtOnce()
@@ -201,6 +188,69 @@ private slots:
         transport.breakDown();
         QCOMPARE(failed.size(), 1);
         QCOMPARE(failed.at(0).at(0).value<Link::Failure>(), Link::Failure::TransportLost);
+    }
+
+    void severalRequestsOnTheWayAreMatchedByNumber()
+    {
+        ScriptedTransport transport;
+        Link link(transport);
+        QSignalSpy replied(&link, &Link::replied);
+        const uint8_t first = link.request(Protocol::Program, "a", 6);
+        const uint8_t second = link.request(Protocol::Program, "b", 6);
+        const uint8_t third = link.request(Protocol::Program, "c", 6);
+        QCOMPARE(transport.written.size(), 3);
+        QCOMPARE(link.outstanding(), 3);
+        transport.deliver(Frame{second, Protocol::Reply, "2"}.encode() + Frame{first, Protocol::Reply, "1"}.encode());
+        transport.deliver(Frame{third, Protocol::Reply, "3"}.encode());
+        QCOMPARE(replied.size(), 3);
+        QCOMPARE(replied.at(0).at(0).value<uint8_t>(), second);
+        QCOMPARE(replied.at(1).at(1).toByteArray(), QByteArray("1"));
+        QCOMPARE(link.outstanding(), 0);
+        QCOMPARE(link.retransmissions(), 0);
+    }
+
+    void onlyTheUnansweredGoAgain()
+    {
+        ScriptedTransport transport;
+        Link link(transport);
+        QSignalSpy replied(&link, &Link::replied);
+        const uint8_t first = link.request(Protocol::Program, "a", 6);
+        const uint8_t lost = link.request(Protocol::Program, "b", 6);
+        const uint8_t third = link.request(Protocol::Program, "c", 6);
+        transport.deliver(Frame{first, Protocol::Reply, {}}.encode() + Frame{third, Protocol::Reply, {}}.encode());
+        QTRY_COMPARE_WITH_TIMEOUT(transport.written.size(), 4, 2000); // the wait for the oldest ran out
+        QCOMPARE(decodeOne(transport.written.last()).sequence, lost);
+        QCOMPARE(decodeOne(transport.written.last()).payload, QByteArray("b"));
+        transport.deliver(Frame{lost, Protocol::Reply, {}}.encode());
+        QCOMPARE(replied.size(), 3);
+        QCOMPARE(link.outstanding(), 0);
+    }
+
+    void aNakSendsEveryUnansweredRequestAgain()
+    {
+        ScriptedTransport transport;
+        Link link(transport);
+        const uint8_t first = link.request(Protocol::Program, "a", 6);
+        link.request(Protocol::Program, "b", 6);
+        link.request(Protocol::Program, "c", 6);
+        transport.deliver(Frame{first, Protocol::Reply, {}}.encode() + Frame{0, Protocol::Nak, {}}.encode());
+        QCOMPARE(transport.written.size(), 5);
+        QCOMPARE(decodeOne(transport.written.at(3)).payload, QByteArray("b"));
+        QCOMPARE(decodeOne(transport.written.at(4)).payload, QByteArray("c"));
+    }
+
+    void aBrokenTransportFailsEveryRequestOnTheWayOnce()
+    {
+        ScriptedTransport transport;
+        Link link(transport);
+        QSignalSpy failed(&link, &Link::failed);
+        link.request(Protocol::Program, "a", 6);
+        link.request(Protocol::Program, "b", 6);
+        transport.breakDown();
+        QCOMPARE(failed.size(), 1);
+        QCOMPARE(link.outstanding(), 0);
+        transport.breakDown(); // nothing on the way: nobody to tell
+        QCOMPARE(failed.size(), 1);
     }
 
     void portMap()

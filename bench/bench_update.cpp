@@ -1,0 +1,224 @@
+// One whole update through the real stack, measured: varnolt-cli (engine, application layer,
+// serial transport) updates the simulated instrument over a pseudo-terminal. Prints one line
+// of key=value figures:
+//   program_Bps / read_Bps  payload bytes per second of the program and read-back passes
+//   program_share / read_share  the same as a share of the line's limit (baud / 11)
+//   cpu_share  the tool's CPU seconds over its wall seconds for the whole update
+//   peak_rss_kib  the tool's peak resident memory
+//
+//   bench_update --cli PATH --instrument PATH --image-kib N --block N [--read-back] [--unpaced] [--log FILE]
+// --unpaced also makes the flash instant, for memory figures that need no line; --log keeps
+// the tool's timestamped log, to see where the time goes.
+#include "tools/package-builder/PackageBuilder.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTextStream>
+
+#include <cstdio>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+extern char **environ;
+
+namespace {
+constexpr int Baud = 115200;
+constexpr double LineLimit = Baud / 11.0; // 8E1: 11 bit times per byte
+
+struct Settings {
+    QString cli;
+    QString instrument;
+    int imageKib = 512;
+    int block = 240;
+    bool readBack = false;
+    bool paced = true;
+    QString log;
+};
+
+struct ChipLayout {
+    QString part;
+    int count;
+    uint32_t size;
+};
+
+// The smallest bank of one real part that holds the image.
+ChipLayout chipsFor(int imageKib)
+{
+    if (imageKib <= 512)
+        return {QStringLiteral("AM29F040"), 1, 512 * 1024};
+    if (imageKib <= 1024)
+        return {QStringLiteral("AM29LV800"), 1, 1024 * 1024};
+    const int chips = (imageKib + 2047) / 2048;
+    return {QStringLiteral("I28F016"), chips, 2 * 1024 * 1024};
+}
+
+QByteArray noise(qsizetype size, uint32_t seed)
+{
+    QByteArray bytes(size, '\0');
+    for (qsizetype i = 0; i < size; ++i) {
+        seed = seed * 1664525u + 1013904223u;
+        bytes[i] = char(seed >> 24);
+    }
+    return bytes;
+}
+
+bool writePackage(const Settings &s, const ChipLayout &chips, const QString &folder, QString *error)
+{
+    const qsizetype image = qsizetype(s.imageKib) * 1024;
+    QString ini = QStringLiteral("[HOST]\r\nMAXPROGLEN=%1\r\nPORTS=COM1\r\nUART=COM1\r\nBAUD=%2\r\nCONTINUE=NO\r\n"
+                                 "TRANSFER=TP.BIN,0X20000,0X20000\r\n[TARGET]\r\nPROCESSOR=I80X86\r\nARCHITECTURE=B16\r\n"
+                                 "MEMORY=0X0,0X%3,%4\r\n[FILES]\r\nPROGRAM=0X0,IMAGE.BIN\r\n")
+                      .arg(s.block)
+                      .arg(Baud)
+                      .arg(QString::number(qulonglong(chips.size) * uint32_t(chips.count), 16).toUpper(), chips.part);
+    if (s.readBack)
+        ini += QStringLiteral("UPLOAD=0X0,0X%1,%2/READBACK.BIN\r\n").arg(QString::number(image, 16).toUpper(), folder);
+    PackageBuilder builder;
+    builder.addMember(QStringLiteral("KDCONFIG.INI"), ini.toLatin1());
+    builder.addMember(QStringLiteral("TP.BIN"), QByteArray("KDTP") + noise(2044, 1));
+    builder.addMember(QStringLiteral("IMAGE.BIN"), noise(image, 2));
+    return builder.write(folder + QStringLiteral("/bench.KDPKG"), error);
+}
+
+struct ToolRun {
+    int status = -1;
+    double wallSeconds = 0;
+    double cpuSeconds = 0;
+    long peakRssKib = 0;
+};
+
+// posix_spawn and wait4, for the child's own CPU time and peak memory.
+ToolRun runTool(const QStringList &arguments, const QString &outputFile)
+{
+    QList<QByteArray> storage;
+    std::vector<char *> argv;
+    for (const QString &a : arguments)
+        storage << a.toLocal8Bit();
+    for (QByteArray &a : storage)
+        argv.push_back(a.data());
+    argv.push_back(nullptr);
+    ToolRun run;
+    const qint64 started = QDateTime::currentMSecsSinceEpoch();
+    pid_t pid = 0;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    const QByteArray output = outputFile.toLocal8Bit();
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0)
+        return run;
+    posix_spawn_file_actions_destroy(&actions);
+    int status = 0;
+    rusage usage{};
+    wait4(pid, &status, 0, &usage);
+    const auto seconds = [](const timeval &t) { return double(t.tv_sec) + double(t.tv_usec) / 1e6; };
+    run.wallSeconds = double(QDateTime::currentMSecsSinceEpoch() - started) / 1000.0;
+    run.cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    run.peakRssKib = usage.ru_maxrss;
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+// Seconds between the first log line starting with from and the next one starting with to.
+double between(const QStringList &log, const QString &from, const QString &to)
+{
+    QDateTime start;
+    for (const QString &line : log) {
+        const QDateTime stamp = QDateTime::fromString(line.section(QLatin1Char(' '), 0, 0), Qt::ISODateWithMs);
+        const QString text = line.section(QLatin1Char(' '), 1);
+        if (!start.isValid() && text.startsWith(from))
+            start = stamp;
+        else if (start.isValid() && text.startsWith(to))
+            return double(start.msecsTo(stamp)) / 1000.0;
+    }
+    return 0;
+}
+
+bool parse(const QStringList &args, Settings &s)
+{
+    for (qsizetype i = 1; i < args.size(); ++i) {
+        const QString &a = args[i];
+        if (a == QLatin1String("--cli"))
+            s.cli = args.value(++i);
+        else if (a == QLatin1String("--instrument"))
+            s.instrument = args.value(++i);
+        else if (a == QLatin1String("--image-kib"))
+            s.imageKib = args.value(++i).toInt();
+        else if (a == QLatin1String("--block"))
+            s.block = args.value(++i).toInt();
+        else if (a == QLatin1String("--read-back"))
+            s.readBack = true;
+        else if (a == QLatin1String("--unpaced"))
+            s.paced = false;
+        else if (a == QLatin1String("--log"))
+            s.log = args.value(++i);
+        else
+            return false;
+    }
+    return !s.cli.isEmpty() && !s.instrument.isEmpty() && s.imageKib > 0 && s.block > 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    Settings s;
+    if (!parse(app.arguments(), s)) {
+        std::fprintf(stderr, "usage: bench_update --cli PATH --instrument PATH --image-kib N --block N [--read-back] [--unpaced] [--log FILE]\n");
+        return 2;
+    }
+    QTemporaryDir folder;
+    const ChipLayout chips = chipsFor(s.imageKib);
+    QString error;
+    if (!writePackage(s, chips, folder.path(), &error)) {
+        std::fprintf(stderr, "bench_update: %s\n", qPrintable(error));
+        return 1;
+    }
+
+    QStringList instrumentArgs;
+    for (int i = 0; i < chips.count; ++i)
+        instrumentArgs << QStringLiteral("--flash") << QStringLiteral("%1@0x%2").arg(chips.part).arg(chips.size * uint32_t(i), 0, 16);
+    if (!s.paced)
+        instrumentArgs << QStringLiteral("--no-pacing") << QStringLiteral("--time-scale") << QStringLiteral("0");
+    QProcess instrument;
+    instrument.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    instrument.start(s.instrument, instrumentArgs);
+    if (!instrument.waitForReadyRead(5000)) {
+        std::fprintf(stderr, "bench_update: the instrument did not start\n");
+        return 1;
+    }
+    const QString device = QString::fromLocal8Bit(instrument.readLine()).trimmed();
+    qputenv("TROVEX_PORTS", QStringLiteral("COM1=%1").arg(device).toLocal8Bit());
+
+    const QString logFile = s.log.isEmpty() ? folder.filePath(QStringLiteral("update.log")) : s.log;
+    QFile::remove(logFile);
+    const ToolRun run = runTool({s.cli, QStringLiteral("update"), folder.filePath(QStringLiteral("bench.KDPKG")),
+                                 QStringLiteral("--overwrite"), QStringLiteral("--log"), logFile, QStringLiteral("--quiet")},
+                                folder.filePath(QStringLiteral("output.txt")));
+    instrument.terminate();
+    instrument.waitForFinished();
+    QFile logText(logFile);
+    const QStringList log = logText.open(QIODevice::ReadOnly) ? QString::fromUtf8(logText.readAll()).split(QLatin1Char('\n')) : QStringList();
+    if (run.status != 0) {
+        QFile output(folder.filePath(QStringLiteral("output.txt")));
+        const QByteArray said = output.open(QIODevice::ReadOnly) ? output.readAll() : QByteArray();
+        std::fprintf(stderr, "bench_update: the update failed (status %d):\n%s\nlog:\n%s\n", run.status, said.constData(),
+                     qPrintable(log.join(QLatin1Char('\n'))));
+        return 1;
+    }
+    const double bytes = double(s.imageKib) * 1024;
+    const double programSeconds = between(log, QStringLiteral("Program File = "), QStringLiteral("Programming Voltage Off"));
+    const double readSeconds = s.readBack ? between(log, QStringLiteral("Read File = "), QStringLiteral("Download Flash Memories Completed")) : 0;
+    const auto rate = [&](double seconds) { return seconds > 0 ? bytes / seconds : 0.0; };
+    std::printf("image_kib=%d block=%d paced=%d program_Bps=%.0f program_share=%.3f read_Bps=%.0f read_share=%.3f "
+                "wall_s=%.2f cpu_s=%.3f cpu_share=%.4f peak_rss_kib=%ld\n",
+                s.imageKib, s.block, s.paced ? 1 : 0, rate(programSeconds), rate(programSeconds) / LineLimit, rate(readSeconds),
+                rate(readSeconds) / LineLimit, run.wallSeconds, run.cpuSeconds, run.cpuSeconds / run.wallSeconds, run.peakRssKib);
+    return 0;
+}

@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Builds, runs every benchmark and prints a Markdown table of the figures. Takes some ten
+# minutes: each throughput row moves 512 KiB twice at the real line rate.
+#   bash bench/run-benchmarks.sh [BUILD_DIR]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${1:-build}
+bash tools/build.sh "$build" >/dev/null
+
+limit=$(( 115200 / 11 ))
+update() { "./$build/bench/bench_update" --cli "$build/cli/varnolt-cli" --instrument "$build/instrument/varnolt-instrument" "$@"; }
+field() { sed -n "s/.*\b$1=\([^ ]*\).*/\1/p" <<<"$2"; }
+percent() { awk -v v="$1" 'BEGIN { printf "%.1f%%", v * 100 }'; }
+
+echo "| benchmark | figure | target |"
+echo "|---|---|---|"
+for block in 240 1024 4000; do
+  line=$(update --image-kib 512 --block "$block" --read-back)
+  target=$([[ $block == 240 ]] && echo "≥ 88%" || { [[ $block == 4000 ]] && echo "≥ 97%" || echo "-"; })
+  echo "| programming 512 KiB, MAXPROGLEN $block | $(field program_Bps "$line") B/s, $(percent "$(field program_share "$line")") of $limit | $target |"
+  echo "| read-back 512 KiB, MAXPROGLEN $block | $(field read_Bps "$line") B/s, $(percent "$(field read_share "$line")") of $limit | $target |"
+  echo "| host CPU over the whole update, MAXPROGLEN $block | $(field cpu_s "$line") s in $(field wall_s "$line") s = $(percent "$(field cpu_share "$line")") of one core | < 2% |"
+done
+for kib in 16 1024 16384; do
+  line=$(update --image-kib "$kib" --block 4000 --unpaced)
+  echo "| peak memory of varnolt-cli, $kib KiB image | $(( $(field peak_rss_kib "$line") / 1024 )) MiB | image + fixed base |"
+done
+wait_line=$("./$build/bench/bench_wait_cpu")
+echo "| CPU while waiting 2 s for an answer | $(sed -n 's/.*CPU used \([0-9.]*\) s.*/\1/p' <<<"$wait_line") s | ~0 |"

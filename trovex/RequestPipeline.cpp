@@ -1,0 +1,188 @@
+#include "trovex/RequestPipeline.h"
+
+#include "trovex/Protocol.h"
+
+#include <QScopedValueRollback>
+#include <QTimer>
+#include <algorithm>
+#include <climits>
+
+namespace {
+// Where the read after this one starts; -1 past the end of the address space.
+int32_t nextAddress(const RequestPipeline::Request &request)
+{
+    const int64_t next = int64_t(request.address) + request.count;
+    return next <= INT32_MAX ? int32_t(next) : -1;
+}
+} // namespace
+
+RequestPipeline::RequestPipeline(Link &link, QObject *parent) : QObject(parent), m_link(link)
+{
+    connect(&m_link, &Link::replied, this, &RequestPipeline::onReplied);
+    connect(&m_link, &Link::failed, this, &RequestPipeline::onFailed);
+}
+
+void RequestPipeline::reset()
+{
+    m_inFlight.clear();
+    m_held.reset();
+    m_readAhead.reset();
+    m_programFailure.reset();
+    m_linkFailure.reset();
+}
+
+void RequestPipeline::submit(const Request &request)
+{
+    const QScopedValueRollback<bool> inSubmit(m_inSubmit, true);
+    take(request);
+}
+
+void RequestPipeline::take(const Request &request)
+{
+    if (m_linkFailure) {
+        const auto [failure, reason] = *m_linkFailure;
+        m_linkFailure.reset();
+        QTimer::singleShot(0, this, [this, failure, reason] { emit failed(failure, reason); });
+        return;
+    }
+    if (request.kind != Kind::Read)
+        dropReadAhead(); // what it read may be about to change
+    else if (answerFromReadAhead(request))
+        return;
+    if (request.kind == Kind::Program && m_programFailure) {
+        const ProgramFailure failure = *m_programFailure;
+        m_programFailure.reset();
+        answer(Kind::Program, Protocol::Writer().u16(failure.status).u32(uint32_t(failure.address)).done());
+        return;
+    }
+    if (!roomFor(request.kind)) {
+        m_held = request;
+        return;
+    }
+    dispatch(request);
+}
+
+bool RequestPipeline::roomFor(Kind kind) const
+{
+    if (kind != Kind::Program)
+        return m_link.outstanding() == 0;
+    return m_link.outstanding() < Link::Window
+           && std::all_of(m_inFlight.begin(), m_inFlight.end(),
+                          [](const auto &entry) { return entry.second.purpose == Purpose::ProgramBehind; });
+}
+
+void RequestPipeline::dispatch(const Request &request)
+{
+    if (request.kind != Kind::Program && m_programFailure) {
+        const ProgramFailure failure = *m_programFailure;
+        m_programFailure.reset();
+        QTimer::singleShot(0, this, [this, failure] { emit programmingFailedEarlier(failure.address, failure.status); });
+        return;
+    }
+    const uint8_t sequence = m_link.request(request.type, request.payload, request.expectedReplyBytes);
+    if (request.kind == Kind::Program) {
+        m_inFlight[sequence] = {Purpose::ProgramBehind, Kind::Program};
+        answer(Kind::Program, Protocol::Writer().u16(Protocol::Status::Done).u32(uint32_t(request.address)).done());
+        return;
+    }
+    m_inFlight[sequence] = {Purpose::Engine, request.kind};
+    if (request.kind == Kind::Read)
+        readAhead(request.architecture, nextAddress(request), request.count);
+}
+
+bool RequestPipeline::answerFromReadAhead(const Request &request)
+{
+    if (!m_readAhead || m_readAhead->architecture != request.architecture || m_readAhead->address != request.address
+        || m_readAhead->count != request.count) {
+        dropReadAhead();
+        return false;
+    }
+    const ReadAhead ahead = *m_readAhead;
+    m_readAhead.reset();
+    if (ahead.payload)
+        answer(Kind::Read, *ahead.payload);
+    else
+        m_inFlight[ahead.sequence].purpose = Purpose::Engine; // still on the way: the engine now waits for it
+    readAhead(request.architecture, nextAddress(request), request.count);
+    return true;
+}
+
+void RequestPipeline::readAhead(uint8_t architecture, int32_t after, int32_t count)
+{
+    if (count <= 0 || after < 0 || int64_t(after) + count > INT32_MAX)
+        return;
+    const int32_t address = after;
+    const QByteArray payload = Protocol::Writer().u8(architecture).u32(uint32_t(address)).u32(uint32_t(count)).done();
+    const uint8_t sequence = m_link.request(Protocol::Read, payload, count + 2);
+    m_inFlight[sequence] = {Purpose::ReadAhead, Kind::Read};
+    m_readAhead = ReadAhead{sequence, architecture, address, count, std::nullopt};
+}
+
+void RequestPipeline::dropReadAhead()
+{
+    if (!m_readAhead)
+        return;
+    if (const auto it = m_inFlight.find(m_readAhead->sequence); it != m_inFlight.end())
+        it->second.purpose = Purpose::Nobody;
+    m_readAhead.reset();
+}
+
+void RequestPipeline::answer(Kind kind, const QByteArray &payload)
+{
+    if (!m_inSubmit) {
+        emit answered(kind, payload); // already on the event loop (a held request went out)
+        return;
+    }
+    QTimer::singleShot(0, this, [this, kind, payload] { emit answered(kind, payload); });
+}
+
+void RequestPipeline::onReplied(uint8_t sequence, const QByteArray &payload)
+{
+    const auto it = m_inFlight.find(sequence);
+    if (it == m_inFlight.end())
+        return; // a boot-ROM answer, taken by whoever asked
+    const InFlight inFlight = it->second;
+    m_inFlight.erase(it);
+    switch (inFlight.purpose) {
+    case Purpose::Engine:
+        emit answered(inFlight.kind, payload);
+        break;
+    case Purpose::ProgramBehind: {
+        Protocol::Reader reply(payload);
+        const uint16_t status = reply.u16();
+        const auto address = int32_t(reply.u32());
+        if (status != Protocol::Status::Done && !m_programFailure)
+            m_programFailure = ProgramFailure{address, status};
+        break;
+    }
+    case Purpose::ReadAhead:
+        if (m_readAhead && m_readAhead->sequence == sequence)
+            m_readAhead->payload = payload;
+        break;
+    case Purpose::Nobody:
+        break;
+    }
+    if (m_held && roomFor(m_held->kind)) {
+        const Request held = *m_held;
+        m_held.reset();
+        take(held);
+    }
+}
+
+bool RequestPipeline::engineWaits() const
+{
+    return m_held || std::any_of(m_inFlight.begin(), m_inFlight.end(),
+                                 [](const auto &entry) { return entry.second.purpose == Purpose::Engine; });
+}
+
+void RequestPipeline::onFailed(Link::Failure failure, const QString &reason)
+{
+    const bool waits = engineWaits();
+    m_inFlight.clear();
+    m_held.reset();
+    m_readAhead.reset();
+    if (waits)
+        emit failed(failure, reason);
+    else
+        m_linkFailure = std::make_pair(failure, reason); // told at the engine's next request
+}
