@@ -2,12 +2,13 @@
 // serial transport) updates the simulated instrument over a pseudo-terminal. Prints one line
 // of key=value figures:
 //   program_Bps / read_Bps  payload bytes per second of the program and read-back passes
-//   program_share / read_share  the same as a share of the line's limit (baud / 11)
+//   program_share / read_share  the same as a share of the line's limit (baud / 11, or the
+//                               GPIB controller's 100,000 bytes a second with --gpib)
 //   cpu_share  the tool's CPU seconds over its wall seconds for the whole update
 //   peak_rss_kib  the tool's peak resident memory
 //
-//   bench_update --cli PATH --instrument PATH --image-kib N --block N [--read-back] [--unpaced] [--log FILE]
-// --unpaced also makes the flash instant, for memory figures that need no line; --log keeps
+//   bench_update --cli PATH --instrument PATH --image-kib N --block N [--read-back] [--unpaced] [--gpib] [--log FILE]
+// --gpib updates through the emulated GPIB controller instead of the serial line; --unpaced also makes the flash instant, for memory figures that need no line; --log keeps
 // the tool's timestamped log, to see where the time goes.
 #include "tools/package-builder/PackageBuilder.h"
 
@@ -29,7 +30,9 @@ extern char **environ;
 
 namespace {
 constexpr int Baud = 115200;
-constexpr double LineLimit = Baud / 11.0; // 8E1: 11 bit times per byte
+constexpr double SerialLimit = Baud / 11.0; // 8E1: 11 bit times per byte
+constexpr int GpibRate = 100000;           // bytes a second through the emulated GPIB controller
+constexpr int GpibAddress = 6;
 
 struct Settings {
     QString cli;
@@ -38,6 +41,7 @@ struct Settings {
     int block = 240;
     bool readBack = false;
     bool paced = true;
+    bool gpib = false;
     QString log;
 };
 
@@ -71,7 +75,7 @@ QByteArray noise(qsizetype size, uint32_t seed)
 bool writePackage(const Settings &s, const ChipLayout &chips, const QString &folder, QString *error)
 {
     const qsizetype image = qsizetype(s.imageKib) * 1024;
-    QString ini = QStringLiteral("[HOST]\r\nMAXPROGLEN=%1\r\nPORTS=COM1\r\nUART=COM1\r\nBAUD=%2\r\nCONTINUE=NO\r\n"
+    QString ini = QStringLiteral("[HOST]\r\nMAXPROGLEN=%1\r\nPORTS=COM1,GPIB0\r\nUART=COM1\r\nBAUD=%2\r\nCONTINUE=NO\r\n"
                                  "TRANSFER=TP.BIN,0X20000,0X20000\r\n[TARGET]\r\nPROCESSOR=I80X86\r\nARCHITECTURE=B16\r\n"
                                  "MEMORY=0X0,0X%3,%4\r\n[FILES]\r\nPROGRAM=0X0,IMAGE.BIN\r\n")
                       .arg(s.block)
@@ -155,6 +159,8 @@ bool parse(const QStringList &args, Settings &s)
             s.readBack = true;
         else if (a == QLatin1String("--unpaced"))
             s.paced = false;
+        else if (a == QLatin1String("--gpib"))
+            s.gpib = true;
         else if (a == QLatin1String("--log"))
             s.log = args.value(++i);
         else
@@ -170,7 +176,7 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     Settings s;
     if (!parse(app.arguments(), s)) {
-        std::fprintf(stderr, "usage: bench_update --cli PATH --instrument PATH --image-kib N --block N [--read-back] [--unpaced] [--log FILE]\n");
+        std::fprintf(stderr, "usage: bench_update --cli PATH --instrument PATH --image-kib N --block N [--read-back] [--unpaced] [--gpib] [--log FILE]\n");
         return 2;
     }
     QTemporaryDir folder;
@@ -184,6 +190,8 @@ int main(int argc, char **argv)
     QStringList instrumentArgs;
     for (int i = 0; i < chips.count; ++i)
         instrumentArgs << QStringLiteral("--flash") << QStringLiteral("%1@0x%2").arg(chips.part).arg(chips.size * uint32_t(i), 0, 16);
+    if (s.gpib)
+        instrumentArgs << QStringLiteral("--gpib") << QString::number(GpibAddress) << QStringLiteral("--gpib-rate") << QString::number(GpibRate);
     if (!s.paced)
         instrumentArgs << QStringLiteral("--no-pacing") << QStringLiteral("--time-scale") << QStringLiteral("0");
     QProcess instrument;
@@ -194,12 +202,13 @@ int main(int argc, char **argv)
         return 1;
     }
     const QString device = QString::fromLocal8Bit(instrument.readLine()).trimmed();
-    qputenv("TROVEX_PORTS", QStringLiteral("COM1=%1").arg(device).toLocal8Bit());
+    qputenv("TROVEX_PORTS", (s.gpib ? QStringLiteral("GPIB0=%1,%2").arg(device).arg(GpibAddress) : QStringLiteral("COM1=%1").arg(device)).toLocal8Bit());
 
     const QString logFile = s.log.isEmpty() ? folder.filePath(QStringLiteral("update.log")) : s.log;
     QFile::remove(logFile);
     const ToolRun run = runTool({s.cli, QStringLiteral("update"), folder.filePath(QStringLiteral("bench.KDPKG")),
-                                 QStringLiteral("--overwrite"), QStringLiteral("--log"), logFile, QStringLiteral("--quiet")},
+                                 QStringLiteral("--overwrite"), QStringLiteral("--log"), logFile, QStringLiteral("--quiet"),
+                                 QStringLiteral("--port"), s.gpib ? QStringLiteral("GPIB0") : QStringLiteral("COM1")},
                                 folder.filePath(QStringLiteral("output.txt")));
     instrument.terminate();
     instrument.waitForFinished();
@@ -216,9 +225,10 @@ int main(int argc, char **argv)
     const double programSeconds = between(log, QStringLiteral("Program File = "), QStringLiteral("Programming Voltage Off"));
     const double readSeconds = s.readBack ? between(log, QStringLiteral("Read File = "), QStringLiteral("Download Flash Memories Completed")) : 0;
     const auto rate = [&](double seconds) { return seconds > 0 ? bytes / seconds : 0.0; };
-    std::printf("image_kib=%d block=%d paced=%d program_Bps=%.0f program_share=%.3f read_Bps=%.0f read_share=%.3f "
+    const double lineLimit = s.gpib ? GpibRate : SerialLimit;
+    std::printf("image_kib=%d block=%d paced=%d gpib=%d program_Bps=%.0f program_share=%.3f read_Bps=%.0f read_share=%.3f "
                 "wall_s=%.2f cpu_s=%.3f cpu_share=%.4f peak_rss_kib=%ld\n",
-                s.imageKib, s.block, s.paced ? 1 : 0, rate(programSeconds), rate(programSeconds) / LineLimit, rate(readSeconds),
-                rate(readSeconds) / LineLimit, run.wallSeconds, run.cpuSeconds, run.cpuSeconds / run.wallSeconds, run.peakRssKib);
+                s.imageKib, s.block, s.paced ? 1 : 0, s.gpib ? 1 : 0, rate(programSeconds), rate(programSeconds) / lineLimit, rate(readSeconds),
+                rate(readSeconds) / lineLimit, run.wallSeconds, run.cpuSeconds, run.cpuSeconds / run.wallSeconds, run.peakRssKib);
     return 0;
 }

@@ -21,6 +21,11 @@ for block in 240 1024 4000; do
   echo "| read-back 512 KiB, MAXPROGLEN $block | $(field read_Bps "$line") B/s, $(percent "$(field read_share "$line")") of $limit | $target |"
   echo "| host CPU over the whole update, MAXPROGLEN $block | $(field cpu_s "$line") s in $(field wall_s "$line") s = $(percent "$(field cpu_share "$line")") of one core | < 2% |"
 done
+for block in 240 4000; do
+  line=$(update --image-kib 512 --block "$block" --read-back --gpib)
+  echo "| GPIB: programming 512 KiB, MAXPROGLEN $block | $(field program_Bps "$line") B/s, $(percent "$(field program_share "$line")") of 100000 | - |"
+  echo "| GPIB: read-back 512 KiB, MAXPROGLEN $block | $(field read_Bps "$line") B/s, $(percent "$(field read_share "$line")") of 100000 | - |"
+done
 for kib in 16 1024 16384; do
   line=$(update --image-kib "$kib" --block 4000 --unpaced)
   echo "| peak memory of varnolt-cli, $kib KiB image | $(( $(field peak_rss_kib "$line") / 1024 )) MiB | image + fixed base |"

@@ -32,6 +32,8 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     const QCommandLineOption noPacing(QStringLiteral("no-pacing"), QStringLiteral("Answer as fast as possible."));
     const QCommandLineOption timeScale(QStringLiteral("time-scale"), QStringLiteral("Factor on erase and program times (0: instant)."), QStringLiteral("FACTOR"));
     const QCommandLineOption tcp(QStringLiteral("tcp"), QStringLiteral("Also listen on this local TCP port."), QStringLiteral("PORT"));
+    const QCommandLineOption gpib(QStringLiteral("gpib"), QStringLiteral("Sit behind an emulated \"++\" GPIB controller at this primary address."), QStringLiteral("ADDRESS"));
+    const QCommandLineOption gpibRate(QStringLiteral("gpib-rate"), QStringLiteral("Bytes a second through the GPIB controller (default 100000)."), QStringLiteral("RATE"));
     const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Seed of the faults."), QStringLiteral("N"));
     const QCommandLineOption corrupt(QStringLiteral("corrupt-rate"), QStringLiteral("Share of bytes sent with a bit flipped."), QStringLiteral("RATE"));
     const QCommandLineOption drop(QStringLiteral("drop-rate"), QStringLiteral("Share of bytes sent that are lost."), QStringLiteral("RATE"));
@@ -41,7 +43,7 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     const QCommandLineOption failErase(QStringLiteral("fail-erase"), QStringLiteral("Fail an erase that covers this address."), QStringLiteral("ADDRESS"));
     const QCommandLineOption failProgram(QStringLiteral("fail-program"), QStringLiteral("Fail programming at this address."), QStringLiteral("ADDRESS"));
     const QCommandLineOption wrongChecksum(QStringLiteral("wrong-checksum"), QStringLiteral("Answer every checksum request wrongly."));
-    parser.addOptions({flash, load, dump, baud, noPacing, timeScale, tcp, seed, corrupt, drop, disconnect, stall, refuseVoltage,
+    parser.addOptions({flash, load, dump, baud, noPacing, timeScale, tcp, gpib, gpibRate, seed, corrupt, drop, disconnect, stall, refuseVoltage,
                        failErase, failProgram, wrongChecksum});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
@@ -71,6 +73,15 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
         options.timeScale = parser.value(timeScale).toDouble();
     if (parser.isSet(tcp))
         options.tcpPort = static_cast<uint16_t>(parser.value(tcp).toUInt());
+    if (parser.isSet(gpib)) {
+        bool ok = false;
+        const int address = parser.value(gpib).toInt(&ok);
+        if (!ok || address < 0 || address > 30)
+            return bad(QStringLiteral("--gpib (a primary address, 0 to 30)"));
+        options.gpibAddress = address;
+    }
+    if (parser.isSet(gpibRate))
+        options.gpibRate = parser.value(gpibRate).toInt();
     if (parser.isSet(seed))
         options.seed = parser.value(seed).toUInt();
     options.corruptRate = parser.value(corrupt).toDouble();
@@ -97,7 +108,7 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
         options.failProgramAt = address;
     }
     options.wrongChecksum = parser.isSet(wrongChecksum);
-    if (options.baud <= 0 || options.flash.isEmpty())
+    if (options.baud <= 0 || options.gpibRate <= 0 || options.flash.isEmpty())
         return bad(QStringLiteral("arguments: at least one --flash chip and a positive --baud are needed"));
     return true;
 }

@@ -15,6 +15,8 @@ struct InstrumentOptions {
     bool pacing = true;                    // paced at the line rate (11 bits per byte)
     double timeScale = 1.0;                // flash erase and program times
     uint16_t tcpPort = 0;                  // also listen on this local TCP port
+    std::optional<int> gpibAddress;        // behind an emulated "++" GPIB controller, at this address
+    int gpibRate = 100000;                 // bytes a second through that controller, when paced
     // Faults
     uint32_t seed = 1;
     double corruptRate = 0;                // per byte sent: one bit flipped

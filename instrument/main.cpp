@@ -1,6 +1,8 @@
-// varnolt-instrument: a simulated measuring instrument on a pseudo-terminal. It prints the
-// device path for the host to open on its first line, serves until SIGTERM or SIGINT, and
-// writes its flash to the dump folder at exit (and on SIGUSR1).
+// varnolt-instrument: a simulated measuring instrument on a pseudo-terminal, on a serial line
+// or behind an emulated GPIB controller (--gpib). It prints the device path for the host to
+// open on its first line, serves until SIGTERM or SIGINT, and writes its flash to the dump
+// folder at exit (and on SIGUSR1).
+#include "instrument/GpibControllerEmulation.h"
 #include "instrument/InstrumentOptions.h"
 #include "instrument/PtyPort.h"
 #include "instrument/SimulatedInstrument.h"
@@ -10,6 +12,8 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <csignal>
+#include <functional>
+#include <memory>
 #include <cstdio>
 #include <unistd.h>
 
@@ -37,13 +41,35 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "varnolt-instrument: %s\n", qPrintable(error));
         return 2;
     }
-    PtyPort pty(options.pacing ? options.baud : 0);
+    // Paced at the serial line's rate, or at the GPIB controller's (a byte is 11 "bits").
+    const int pacing = !options.pacing ? 0 : options.gpibAddress ? options.gpibRate * 11 : options.baud;
+    PtyPort pty(pacing);
     if (!pty.open(&error)) {
         std::fprintf(stderr, "varnolt-instrument: %s\n", qPrintable(error));
         return 1;
     }
-    QObject::connect(&pty, &PtyPort::received, &instrument, &SimulatedInstrument::receive);
-    QObject::connect(&instrument, &SimulatedInstrument::send, &pty, &PtyPort::write);
+    // What the host's bytes reach: the instrument itself on a serial line, or the GPIB
+    // controller in front of it.
+    std::unique_ptr<GpibControllerEmulation> gpib;
+    if (options.gpibAddress) {
+        gpib = std::make_unique<GpibControllerEmulation>(*options.gpibAddress);
+        QObject::connect(gpib.get(), &GpibControllerEmulation::toInstrument, &instrument, &SimulatedInstrument::receive);
+        QObject::connect(&instrument, &SimulatedInstrument::send, gpib.get(), &GpibControllerEmulation::fromInstrument);
+    }
+    const auto fromHost = [&](const QByteArray &bytes) {
+        if (gpib)
+            gpib->receive(bytes);
+        else
+            instrument.receive(bytes);
+    };
+    const auto connectToHost = [&](const QObject *context, const std::function<void(const QByteArray &)> &write) {
+        if (gpib)
+            QObject::connect(gpib.get(), &GpibControllerEmulation::toHost, context, write);
+        else
+            QObject::connect(&instrument, &SimulatedInstrument::send, context, write);
+    };
+    QObject::connect(&pty, &PtyPort::received, &app, fromHost);
+    connectToHost(&pty, [&](const QByteArray &bytes) { pty.write(bytes); });
     QObject::connect(&instrument, &SimulatedInstrument::vanished, &app, [&] {
         pty.vanish();
         QCoreApplication::quit();
@@ -59,9 +85,9 @@ int main(int argc, char **argv)
         }
         QObject::connect(&server, &QTcpServer::newConnection, &app, [&] {
             client = server.nextPendingConnection();
-            QObject::connect(client, &QTcpSocket::readyRead, &instrument, [&, socket = client] { instrument.receive(socket->readAll()); });
+            QObject::connect(client, &QTcpSocket::readyRead, &app, [&, socket = client] { fromHost(socket->readAll()); });
         });
-        QObject::connect(&instrument, &SimulatedInstrument::send, &app, [&](const QByteArray &bytes) {
+        connectToHost(&server, [&](const QByteArray &bytes) {
             if (client && client->state() == QAbstractSocket::ConnectedState)
                 client->write(bytes);
         });

@@ -34,6 +34,7 @@ uint8_t Link::request(uint8_t type, const QByteArray &payload, int expectedReply
     if (m_outstanding.size() == 1) {
         m_attempts = 1;
         armForOldest();
+        m_transport.setAwaitingAnswers(true);
     }
     return frame.sequence;
 }
@@ -94,6 +95,7 @@ void Link::onReply(const Frame &frame)
     m_outstanding.erase(it);
     if (m_outstanding.empty()) {
         m_timer.stop();
+        m_transport.setAwaitingAnswers(false);
     } else if (wasOldest) {
         m_attempts = 1;
         armForOldest();
@@ -109,14 +111,13 @@ void Link::onTimeout()
         resendAll();
         return;
     }
-    fail(Failure::NoAnswer, QStringLiteral("the instrument did not answer after %1 attempts; check the cable, that the "
-                                           "instrument is switched on and waiting for the update, and the port")
-                                .arg(LinkTimeouts::MaxAttempts));
+    fail(Failure::NoAnswer, m_transport.silenceReason(LinkTimeouts::MaxAttempts));
 }
 
 void Link::fail(Failure failure, const QString &reason)
 {
     m_timer.stop();
     m_outstanding.clear();
+    m_transport.setAwaitingAnswers(false);
     emit failed(failure, reason);
 }

@@ -42,7 +42,7 @@ void RequestPipeline::take(const Request &request)
     if (m_linkFailure) {
         const auto [failure, reason] = *m_linkFailure;
         m_linkFailure.reset();
-        QTimer::singleShot(0, this, [this, failure, reason] { emit failed(failure, reason); });
+        QMetaObject::invokeMethod(this, [this, failure, reason] { emit failed(failure, reason); }, Qt::QueuedConnection);
         return;
     }
     if (request.kind != Kind::Read)
@@ -76,7 +76,8 @@ void RequestPipeline::dispatch(const Request &request)
     if (request.kind != Kind::Program && m_programFailure) {
         const ProgramFailure failure = *m_programFailure;
         m_programFailure.reset();
-        QTimer::singleShot(0, this, [this, failure] { emit programmingFailedEarlier(failure.address, failure.status); });
+        QMetaObject::invokeMethod(
+            this, [this, failure] { emit programmingFailedEarlier(failure.address, failure.status); }, Qt::QueuedConnection);
         return;
     }
     const uint8_t sequence = m_link.request(request.type, request.payload, request.expectedReplyBytes);
@@ -133,7 +134,9 @@ void RequestPipeline::answer(Kind kind, const QByteArray &payload)
         emit answered(kind, payload); // already on the event loop (a held request went out)
         return;
     }
-    QTimer::singleShot(0, this, [this, kind, payload] { emit answered(kind, payload); });
+    // A posted call, not a zero-time timer: the engine turns the event loop with
+    // processEvents, which never deletes the timer objects a single shot leaves behind.
+    QMetaObject::invokeMethod(this, [this, kind, payload] { emit answered(kind, payload); }, Qt::QueuedConnection);
 }
 
 void RequestPipeline::onReplied(uint8_t sequence, const QByteArray &payload)

@@ -16,6 +16,16 @@ public:
     virtual void close() = 0;
     // Milliseconds that count bytes take on the wire.
     virtual double wireTimeMs(int count) const = 0;
+    // Whether answers are expected now: a bus where the instrument talks only when asked
+    // (GPIB) asks while they are; a serial line always listens.
+    virtual void setAwaitingAnswers(bool) {}
+    // What to check when the instrument stopped answering, after attempts sends.
+    virtual QString silenceReason(int attempts) const
+    {
+        return QStringLiteral("the instrument did not answer after %1 attempts; check the cable, that the instrument is "
+                              "switched on and waiting for the update, and the port")
+            .arg(attempts);
+    }
 
 signals:
     void received(const QByteArray &bytes);

@@ -2,7 +2,7 @@
 
 #include "engine/AnswerCodes.h"
 #include "trovex/Protocol.h"
-#include "trovex/SerialTransport.h"
+#include "trovex/TransportFactory.h"
 #include "trovex/TrovexError.h"
 
 #include <QEventLoop>
@@ -45,25 +45,25 @@ void Trovex::setError(int16_t code, const QString &text)
 void Trovex::OpenChannel(const QString &initString)
 {
     setError(TrovexError::None, QString());
-    // "clsid:<class> <port>:<baud>,E,8,1"
+    // "clsid:<class> <port>:<baud>,E,8,1" for a serial port, "clsid:<class> GPIB0" for GPIB.
     static const QRegularExpression serial(QStringLiteral("^clsid:\\S+\\s+(.+):(\\d+),E,8,1$"),
                                            QRegularExpression::CaseInsensitiveOption);
-    const QRegularExpressionMatch match = serial.match(initString.trimmed());
-    if (!match.hasMatch()) {
+    static const QRegularExpression gpib(QStringLiteral("^clsid:\\S+\\s+(GPIB\\d+)$"), QRegularExpression::CaseInsensitiveOption);
+    const QRegularExpressionMatch serialMatch = serial.match(initString.trimmed());
+    const QRegularExpressionMatch gpibMatch = gpib.match(initString.trimmed());
+    if (!serialMatch.hasMatch() && !gpibMatch.hasMatch()) {
         setError(TrovexError::BadInitString,
-                 QStringLiteral("the channel \"%1\" is not a serial port description this layer knows").arg(initString));
+                 QStringLiteral("the channel \"%1\" is not a serial or GPIB port description this layer knows").arg(initString));
         return;
     }
-    const QString name = match.captured(1).trimmed();
-    const QString device = m_ports.deviceFor(name);
-    if (device.isEmpty()) {
-        setError(TrovexError::BadInitString,
-                 QStringLiteral("the port %1 is not in the port map; set %2, e.g. %2=\"%1=/dev/ttyUSB0\"")
-                     .arg(name, QLatin1String(PortMap::EnvironmentVariable)));
-        return;
-    }
-    auto transport = std::make_unique<SerialTransport>(device, match.captured(2).toInt());
+    const QString name = (serialMatch.hasMatch() ? serialMatch : gpibMatch).captured(1).trimmed();
     QString reason;
+    std::unique_ptr<Transport> transport =
+        TransportFactory::forPort(m_ports, name, serialMatch.hasMatch() ? serialMatch.captured(2).toInt() : 0, &reason);
+    if (!transport) {
+        setError(TrovexError::BadInitString, reason);
+        return;
+    }
     if (!transport->open(&reason)) {
         setError(TrovexError::PortUnavailable, reason);
         return;
@@ -153,10 +153,13 @@ void Trovex::submit(RequestPipeline::Request request)
 
 void Trovex::raiseErrorLater(int16_t code, const QString &text)
 {
-    QTimer::singleShot(0, this, [this, code, text] {
-        setError(code, text);
-        emit Trovex_Error(code);
-    });
+    QMetaObject::invokeMethod(
+        this,
+        [this, code, text] {
+            setError(code, text);
+            emit Trovex_Error(code);
+        },
+        Qt::QueuedConnection);
 }
 
 void Trovex::QueryManufacturerCode(int32_t address, uint8_t architecture, uint8_t flashIndex)

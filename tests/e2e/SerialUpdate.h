@@ -1,7 +1,7 @@
 #pragma once
 // An update of the simulated instrument through the real application layer: a package with a
 // transfer program, two images and a calibration range, an engine on a Trovex whose port map
-// points COM1 at the instrument's pseudo-terminal, and the images the flash should end up with.
+// points the package's port at the instrument, and the images the flash should end up with.
 #include "engine/QX_UploadProcess.h"
 #include "tests/e2e/InstrumentProcess.h"
 #include "tests/support/ScriptedPrompt.h"
@@ -31,19 +31,25 @@ struct Update {
     QTemporaryDir folder;
     TestPackage package;
     ScriptedPrompt prompt;
-    QString device;
+    QString portMap; // the layer's map, e.g. "COM1=/dev/pts/4"
     QStringList log;
-    QX_UploadProcess engine{[this] { return std::make_unique<Trovex>(PortMap(QStringLiteral("COM1=") + device)); }, prompt};
+    QX_UploadProcess engine{[this] { return std::make_unique<Trovex>(PortMap(portMap)); }, prompt};
 
-    explicit Update(const QString &instrumentDevice, const QByteArray &transfer = TransferProgram) : device(instrumentDevice)
+    // On COM1, a serial line to the instrument's pseudo-terminal.
+    explicit Update(const QString &instrumentDevice, const QByteArray &transfer = TransferProgram)
+        : Update(QStringLiteral("COM1"), QStringLiteral("COM1=") + instrumentDevice, transfer)
+    {
+    }
+    // On the named port, which the map sends to the instrument.
+    Update(const QString &port, const QString &map, const QByteArray &transfer = TransferProgram) : portMap(map)
     {
         const QString config = QStringLiteral(
-            "[HOST]\r\nPORTS=COM1\r\nUART=COM1\r\nBAUD=115200\r\nCONTINUE=NO\r\nTRANSFER=TP.BIN,0X20000,0X20000\r\n"
+            "[HOST]\r\nPORTS=%2\r\nUART=%2\r\nBAUD=115200\r\nCONTINUE=NO\r\nTRANSFER=TP.BIN,0X20000,0X20000\r\n"
             "[TARGET]\r\nPROCESSOR=I80X86\r\nARCHITECTURE=B16\r\n"
             "MEMORY=0X0,0X80000,AM29F040\r\nMEMORY1=0X100000,0X100000,AM29LV800\r\n"
             "ERASE=0X10000,0X30000\r\nERASE1=0X100000,0X10000\r\n"
             "[FILES]\r\nUPLOAD=0X0,0X400,%1/CAL.BIN\r\nPROGRAM=0X10000,MAIN.BIN\r\nPROGRAM1=0X100000,TEXT.BIN\r\n")
-                                   .arg(folder.path());
+                                   .arg(folder.path(), port);
         package.config(config).member(QStringLiteral("TP.BIN"), transfer).member(QStringLiteral("MAIN.BIN"), MainImage)
             .member(QStringLiteral("TEXT.BIN"), TextImage).select();
         QObject::connect(&engine, &QX_UploadProcess::ActionUpdate, &engine, [this](const QString &line) { log << line; });

@@ -1,0 +1,218 @@
+#include "trovex/GpibControllerTransport.h"
+
+#include "trovex/Frame.h"
+#include "trovex/GpibTimeouts.h"
+
+#include <QEventLoop>
+#include <QSerialPort>
+#include <QTcpSocket>
+
+namespace {
+constexpr char Escape = 27;
+// A talker's message that says "nothing for you": an empty frame.
+constexpr int EmptyMessageBytes = 2;
+} // namespace
+
+GpibControllerTransport::GpibControllerTransport(const GpibTarget &target, QObject *parent)
+    : Transport(parent), m_target(target)
+{
+    m_readTimeout.setSingleShot(true);
+    connect(&m_readTimeout, &QTimer::timeout, this, &GpibControllerTransport::onReadTimeout);
+    m_nextPoll.setSingleShot(true);
+    connect(&m_nextPoll, &QTimer::timeout, this, &GpibControllerTransport::askToTalk);
+}
+
+GpibControllerTransport::~GpibControllerTransport()
+{
+    close();
+}
+
+QByteArray GpibControllerTransport::escaped(const QByteArray &data)
+{
+    QByteArray out;
+    out.reserve(data.size() + data.size() / 16 + 1);
+    for (char c : data) {
+        if (c == '\r' || c == '\n' || c == Escape || c == '+')
+            out.append(Escape);
+        out.append(c);
+    }
+    return out;
+}
+
+bool GpibControllerTransport::open(QString *error)
+{
+    return openDevice(error) && setUpController(error);
+}
+
+bool GpibControllerTransport::openDevice(QString *error)
+{
+    if (m_target.controller == GpibTarget::Controller::PlusPlusSerial) {
+        auto port = std::make_unique<QSerialPort>(m_target.device);
+        port->setBaudRate(QSerialPort::Baud115200); // USB controllers ignore it; the classic rate otherwise
+        if (!port->open(QIODevice::ReadWrite)) {
+            *error = QStringLiteral("%1 cannot be opened (%2); check the device name, the dialout group and that no "
+                                    "other program uses it")
+                         .arg(m_target.describe(), port->errorString());
+            return false;
+        }
+        connect(port.get(), &QSerialPort::errorOccurred, this, [this](QSerialPort::SerialPortError e) {
+            if (e == QSerialPort::ResourceError || e == QSerialPort::ReadError || e == QSerialPort::WriteError)
+                lost(QStringLiteral("%1 went away; check its USB cable").arg(m_target.describe()));
+        });
+        m_device = std::move(port);
+    } else {
+        auto socket = std::make_unique<QTcpSocket>();
+        QEventLoop wait;
+        QTimer::singleShot(GpibTimeouts::Connect, &wait, &QEventLoop::quit);
+        connect(socket.get(), &QTcpSocket::connected, &wait, &QEventLoop::quit);
+        connect(socket.get(), &QTcpSocket::errorOccurred, &wait, &QEventLoop::quit);
+        socket->connectToHost(m_target.device, m_target.tcpPort);
+        if (socket->state() != QAbstractSocket::ConnectedState)
+            wait.exec(); // bounded by the connect timeout
+        if (socket->state() != QAbstractSocket::ConnectedState) {
+            *error = QStringLiteral("%1 cannot be reached (%2); check the address and the network")
+                         .arg(m_target.describe(), socket->errorString());
+            return false;
+        }
+        connect(socket.get(), &QTcpSocket::disconnected, this,
+                [this] { lost(QStringLiteral("%1 closed the connection; check the controller and the network").arg(m_target.describe())); });
+        m_device = std::move(socket);
+    }
+    connect(m_device.get(), &QIODevice::readyRead, this, &GpibControllerTransport::onReadable);
+    return true;
+}
+
+bool GpibControllerTransport::setUpController(QString *error)
+{
+    // Controller mode, the instrument's address, reads only when asked, EOI on the last byte
+    // written and nothing appended to it, and how long a read waits for a talker.
+    m_settingUp = true;
+    m_setUpAnswer.clear();
+    m_device->write(QStringLiteral("++mode 1\n++addr %1\n++auto 0\n++eoi 1\n++eos 3\n++read_tmo_ms %2\n++ver\n")
+                        .arg(m_target.address)
+                        .arg(GpibTimeouts::TalkerSilence)
+                        .toLatin1());
+    QEventLoop wait;
+    QTimer::singleShot(GpibTimeouts::ControllerAnswer, &wait, &QEventLoop::quit);
+    const auto done = connect(m_device.get(), &QIODevice::readyRead, &wait, [&] {
+        if (m_setUpAnswer.contains('\n'))
+            wait.quit();
+    });
+    wait.exec(); // bounded by the controller's answer timeout
+    disconnect(done);
+    m_settingUp = false;
+    if (!m_setUpAnswer.contains('\n')) {
+        *error = QStringLiteral("%1 does not answer (no reply to ++ver); check that it is a \"++\" GPIB controller and "
+                                "that it is switched on")
+                     .arg(m_target.describe());
+        close();
+        return false;
+    }
+    return true;
+}
+
+void GpibControllerTransport::write(const QByteArray &bytes)
+{
+    if (m_device && m_device->isOpen())
+        m_device->write(escaped(bytes) + '\n');
+}
+
+void GpibControllerTransport::close()
+{
+    m_readTimeout.stop();
+    m_nextPoll.stop();
+    m_awaiting = m_reading = false;
+    if (m_device) {
+        m_device->disconnect(this);
+        m_device->close();
+        m_device.reset();
+    }
+}
+
+double GpibControllerTransport::wireTimeMs(int count) const
+{
+    // The controller's own link and the bus, and a read asked for between the answers.
+    return double(count) * 1000.0 / GpibTimeouts::BytesPerSecond + GpibTimeouts::PollInterval;
+}
+
+void GpibControllerTransport::setAwaitingAnswers(bool awaiting)
+{
+    m_awaiting = awaiting;
+    if (awaiting && !m_reading && !m_nextPoll.isActive())
+        askToTalk();
+}
+
+void GpibControllerTransport::askToTalk()
+{
+    if (!m_device || !m_device->isOpen() || !m_awaiting || m_reading)
+        return;
+    m_reading = true;
+    m_insideFrame = false;
+    m_messageBytes = 0;
+    m_device->write("++read eoi\n");
+    m_readTimeout.start(GpibTimeouts::TalkerSilence + GpibTimeouts::ReadMargin);
+}
+
+void GpibControllerTransport::onReadable()
+{
+    const QByteArray bytes = m_device->readAll();
+    if (m_settingUp) {
+        m_setUpAnswer += bytes;
+        return;
+    }
+    takeMessageBytes(bytes);
+}
+
+void GpibControllerTransport::takeMessageBytes(const QByteArray &bytes)
+{
+    if (bytes.isEmpty())
+        return;
+    for (char c : bytes)
+        if (uint8_t(c) == Frame::End)
+            m_insideFrame = !m_insideFrame;
+    m_messageBytes += int(bytes.size());
+    emit received(bytes);
+    // Every message ends with EOI on the END byte that closes its last frame.
+    if (!m_reading || m_insideFrame || uint8_t(bytes.back()) != Frame::End)
+        return;
+    m_everAnswered = true;
+    m_reading = false;
+    m_readTimeout.stop();
+    if (m_messageBytes > EmptyMessageBytes)
+        askToTalk(); // it had something: there may be more
+    else
+        m_nextPoll.start(GpibTimeouts::PollInterval); // nothing yet: ask again shortly
+}
+
+void GpibControllerTransport::onReadTimeout()
+{
+    // No talker at that address: the controller gave up on the read without a byte.
+    m_reading = false;
+    askToTalk();
+}
+
+QString GpibControllerTransport::silenceReason(int attempts) const
+{
+    if (!m_everAnswered)
+        return QStringLiteral("no instrument answers at GPIB address %1 behind %2; check the address set on the instrument, "
+                              "the address in %3 and the GPIB cable")
+            .arg(m_target.address)
+            .arg(m_target.describe(), QLatin1String("TROVEX_PORTS"));
+    return QStringLiteral("the instrument at GPIB address %1 stopped answering after %2 attempts; check that it is "
+                          "switched on and waiting for the update, and the GPIB cable")
+        .arg(m_target.address)
+        .arg(attempts);
+}
+
+void GpibControllerTransport::lost(const QString &reason)
+{
+    if (!m_device || !m_device->isOpen())
+        return;
+    // Closed, not deleted: this runs inside the device's own signal.
+    m_readTimeout.stop();
+    m_nextPoll.stop();
+    m_awaiting = m_reading = false;
+    m_device->disconnect(this);
+    m_device->close();
+    emit failed(reason);
+}
