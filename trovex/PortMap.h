@@ -1,7 +1,8 @@
 #pragma once
 // Which device a package's port name means. COMn is /dev/ttyS(n-1) unless the environment
 // variable TROVEX_PORTS maps it elsewhere, e.g. TROVEX_PORTS="COM1=/dev/ttyUSB0;COM2=/dev/pts/7".
-// A name that is already a path (it holds "/") is used as it is.
+// A name that is already a path (it holds "/") is used as it is. GPIBn has no default: its
+// entry names the controller and the instrument's address (see GpibTarget).
 #include <QMap>
 #include <QString>
 

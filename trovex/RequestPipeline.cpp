@@ -3,7 +3,6 @@
 #include "trovex/Protocol.h"
 
 #include <QScopedValueRollback>
-#include <QTimer>
 #include <algorithm>
 #include <climits>
 
@@ -134,8 +133,7 @@ void RequestPipeline::answer(Kind kind, const QByteArray &payload)
         emit answered(kind, payload); // already on the event loop (a held request went out)
         return;
     }
-    // A posted call, not a zero-time timer: the engine turns the event loop with
-    // processEvents, which never deletes the timer objects a single shot leaves behind.
+    // A posted call rather than a zero-time single shot, which makes a timer object each time.
     QMetaObject::invokeMethod(this, [this, kind, payload] { emit answered(kind, payload); }, Qt::QueuedConnection);
 }
 

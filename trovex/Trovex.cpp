@@ -7,7 +7,6 @@
 
 #include <QEventLoop>
 #include <QRegularExpression>
-#include <QTimer>
 #include <cstring>
 
 // The instrument's status values reach the engine unchanged through GetStatus.

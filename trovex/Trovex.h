@@ -1,7 +1,7 @@
 #pragma once
 // The application layer on a real channel. OpenChannel takes the channel description
-// ("clsid:... COM2:115200,E,8,1" for a serial port), maps the port name to a device and
-// opens it. UploadTransferProgram loads the transfer program into the boot ROM block by
+// ("clsid:... COM2:115200,E,8,1" for a serial port, "clsid:... GPIB0" for GPIB), finds the
+// port in the port map and opens its transport. UploadTransferProgram loads the transfer program into the boot ROM block by
 // block and starts it; every other request goes to the transfer program through the request
 // pipeline, which keeps the line busy, and is answered by one event.
 #include "engine/ApplicationLayer.h"
