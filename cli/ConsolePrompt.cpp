@@ -1,14 +1,9 @@
 #include "cli/ConsolePrompt.h"
 
+#include "cli/ConsoleText.h"
+
 #include <QTextStream>
 #include <unistd.h>
-
-namespace {
-QString forConsole(QString text)
-{
-    return text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-}
-} // namespace
 
 bool ConsolePrompt::askYesNo(const QString &title, const QString &text)
 {

@@ -1,6 +1,7 @@
 #include "cli/InfoCommand.h"
 
 #include "cli/ConsolePrompt.h"
+#include "cli/ConsoleText.h"
 #include "cli/ExitStatus.h"
 #include "config/TextFormat.h"
 #include "engine/QX_UploadProcess.h"
@@ -62,7 +63,7 @@ int run(const CliOptions &options)
     if (engine.QX_Error_GetLastError() != 0) {
         out << Qt::flush;
         QTextStream(stderr) << "varnolt-cli: the configuration cannot be loaded: "
-                            << engine.QX_Error_GetLastErrorString().replace(QStringLiteral("\r\n"), QStringLiteral("\n"))
+                            << forConsole(engine.QX_Error_GetLastErrorString())
                             << Qt::endl;
         return ExitStatus::BadUsage;
     }

@@ -1,5 +1,6 @@
 #include "cli/RunReporter.h"
 
+#include "cli/ConsoleText.h"
 #include "engine/QX_UploadProcess.h"
 
 #include <QDateTime>
@@ -13,11 +14,6 @@ namespace {
 constexpr int RedrawMs = 250; // often enough to look alive, rarely enough to cost nothing
 constexpr int BarWidth = 24;
 constexpr qint64 RateWindowMs = 5000; // long enough to smooth erases and block turnarounds
-
-QString forConsole(QString text)
-{
-    return text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-}
 
 QString duration(double seconds)
 {

@@ -3,7 +3,7 @@
 const FlashChip *FlashBank::chipAt(uint32_t address, int32_t index) const
 {
     for (const FlashChip &chip : m_chips)
-        if (chip.holds(address, 1) && (index == 0 || chip.spec().index == index))
+        if (chip.holds(address, 1) && (index == 0 || chip.model().index == index))
             return &chip;
     return nullptr;
 }
@@ -15,11 +15,11 @@ std::optional<std::vector<FlashBank::Piece>> FlashBank::pieces(uint32_t address,
     const uint64_t end = uint64_t(address) + length;
     while (at < end) {
         const auto chip = std::find_if(m_chips.begin(), m_chips.end(), [&](const FlashChip &c) {
-            return c.holds(uint32_t(at), 1) && (index == 0 || c.spec().index == index);
+            return c.holds(uint32_t(at), 1) && (index == 0 || c.model().index == index);
         });
         if (chip == m_chips.end())
             return std::nullopt;
-        const uint64_t chipEnd = uint64_t(chip->base()) + uint32_t(chip->spec().size);
+        const uint64_t chipEnd = uint64_t(chip->base()) + uint32_t(chip->model().size);
         const uint64_t pieceEnd = std::min(end, chipEnd);
         result.push_back({size_t(chip - m_chips.begin()), uint32_t(at), uint32_t(pieceEnd - at)});
         at = pieceEnd;

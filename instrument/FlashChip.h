@@ -25,7 +25,7 @@ public:
 
     FlashChip(const Part &part, uint32_t base);
 
-    const Part &spec() const { return m_part; }
+    const Part &model() const { return m_part; }
     uint32_t base() const { return m_base; }
     bool holds(uint32_t address, uint32_t length) const;
     // Erases every sector the range touches; the milliseconds it takes at time scale 1.

@@ -187,7 +187,7 @@ QByteArray SimulatedInstrument::transferProgram(const Frame &request, double &wo
         const FlashChip *chip = m_flash.chipAt(address, index);
         if (!chip)
             return Writer().u16(Status::NoFlash).u32(0).u32(0).done();
-        return Writer().u16(Status::Ok).u32(uint32_t(chip->spec().manufacturer)).u32(uint32_t(chip->spec().device)).done();
+        return Writer().u16(Status::Ok).u32(uint32_t(chip->model().manufacturer)).u32(uint32_t(chip->model().device)).done();
     }
     case VoltageOn:
         if (m_options.refuseVoltage)
@@ -283,7 +283,7 @@ bool SimulatedInstrument::dump(QString *error) const
     QDir().mkpath(m_options.dumpFolder);
     for (const FlashChip &chip : m_flash.chips()) {
         const QString path = QStringLiteral("%1/%2@0x%3.bin")
-                                 .arg(m_options.dumpFolder, QLatin1String(chip.spec().name))
+                                 .arg(m_options.dumpFolder, QLatin1String(chip.model().name))
                                  .arg(chip.base(), 0, 16);
         QFile file(path);
         if (!file.open(QIODevice::WriteOnly) || file.write(chip.contents()) != chip.contents().size()) {

@@ -131,8 +131,7 @@ void GpibControllerTransport::close()
 
 double GpibControllerTransport::wireTimeMs(int count) const
 {
-    // The controller's own link and the bus, and a read asked for between the answers.
-    return double(count) * 1000.0 / GpibTimeouts::BytesPerSecond + GpibTimeouts::PollInterval;
+    return GpibTimeouts::wireTimeMs(count);
 }
 
 void GpibControllerTransport::setAwaitingAnswers(bool awaiting)

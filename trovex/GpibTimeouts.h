@@ -17,4 +17,11 @@ inline constexpr int PollInterval = 5;
 // What a "++" controller moves through its USB or network link and the bus, in bytes a second:
 // conservative, so the link's waits are long enough.
 inline constexpr double BytesPerSecond = 100000.0;
+
+// How long count bytes take to reach the instrument or come back: the controller's link and
+// the bus, and a read asked for between the answers.
+inline double wireTimeMs(int count)
+{
+    return double(count) * 1000.0 / BytesPerSecond + PollInterval;
+}
 }

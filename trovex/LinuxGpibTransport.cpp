@@ -136,7 +136,7 @@ void LinuxGpibTransport::close()
 
 double LinuxGpibTransport::wireTimeMs(int count) const
 {
-    return double(count) * 1000.0 / GpibTimeouts::BytesPerSecond + GpibTimeouts::PollInterval;
+    return GpibTimeouts::wireTimeMs(count);
 }
 
 void LinuxGpibTransport::setAwaitingAnswers(bool awaiting)
