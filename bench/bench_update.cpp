@@ -5,6 +5,10 @@
 //   program_share / read_share  the same as a share of the line's limit (baud / 11, or the
 //                               GPIB controller's 100,000 bytes a second with --gpib)
 //   cpu_share  the tool's CPU seconds over its wall seconds for the whole update
+//   wakeups_per_s  the tool's context switches a second: each time the kernel woke it, even
+//                  when it went back to sleep without returning from poll. CPU time on a
+//                  shared virtual machine varies by a factor of two between identical runs;
+//                  this count repeats, and each switch costs about the same.
 //   peak_rss_kib  the tool's peak resident memory
 //
 //   bench_update --cli PATH --instrument PATH --image-kib N --block N [--read-back] [--unpaced] [--gpib] [--log FILE]
@@ -94,6 +98,7 @@ struct ToolRun {
     int status = -1;
     double wallSeconds = 0;
     double cpuSeconds = 0;
+    long contextSwitches = 0;
     long peakRssKib = 0;
 };
 
@@ -123,6 +128,7 @@ ToolRun runTool(const QStringList &arguments, const QString &outputFile)
     const auto seconds = [](const timeval &t) { return double(t.tv_sec) + double(t.tv_usec) / 1e6; };
     run.wallSeconds = double(QDateTime::currentMSecsSinceEpoch() - started) / 1000.0;
     run.cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    run.contextSwitches = usage.ru_nvcsw + usage.ru_nivcsw;
     run.peakRssKib = usage.ru_maxrss;
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return run;
@@ -227,8 +233,9 @@ int main(int argc, char **argv)
     const auto rate = [&](double seconds) { return seconds > 0 ? bytes / seconds : 0.0; };
     const double lineLimit = s.gpib ? GpibRate : SerialLimit;
     std::printf("image_kib=%d block=%d paced=%d gpib=%d program_Bps=%.0f program_share=%.3f read_Bps=%.0f read_share=%.3f "
-                "wall_s=%.2f cpu_s=%.3f cpu_share=%.4f peak_rss_kib=%ld\n",
+                "wall_s=%.2f cpu_s=%.3f cpu_share=%.4f wakeups_per_s=%.0f peak_rss_kib=%ld\n",
                 s.imageKib, s.block, s.paced ? 1 : 0, s.gpib ? 1 : 0, rate(programSeconds), rate(programSeconds) / lineLimit, rate(readSeconds),
-                rate(readSeconds) / lineLimit, run.wallSeconds, run.cpuSeconds, run.cpuSeconds / run.wallSeconds, run.peakRssKib);
+                rate(readSeconds) / lineLimit, run.wallSeconds, run.cpuSeconds, run.cpuSeconds / run.wallSeconds,
+                double(run.contextSwitches) / run.wallSeconds, run.peakRssKib);
     return 0;
 }

@@ -19,7 +19,7 @@ for block in 240 1024 4000; do
   target=$([[ $block == 240 ]] && echo "≥ 88%" || { [[ $block == 4000 ]] && echo "≥ 97%" || echo "-"; })
   echo "| programming 512 KiB, MAXPROGLEN $block | $(field program_Bps "$line") B/s, $(percent "$(field program_share "$line")") of $limit | $target |"
   echo "| read-back 512 KiB, MAXPROGLEN $block | $(field read_Bps "$line") B/s, $(percent "$(field read_share "$line")") of $limit | $target |"
-  echo "| host CPU over the whole update, MAXPROGLEN $block | $(field cpu_s "$line") s in $(field wall_s "$line") s = $(percent "$(field cpu_share "$line")") of one core | < 2% |"
+  echo "| host CPU over the whole update, MAXPROGLEN $block | $(field cpu_s "$line") s in $(field wall_s "$line") s = $(percent "$(field cpu_share "$line")") of one core, $(field wakeups_per_s "$line") wake-ups a second | < 2% |"
 done
 for block in 240 4000; do
   line=$(update --image-kib 512 --block "$block" --read-back --gpib)

@@ -44,3 +44,8 @@ int Frame::worstCaseWireBytes(int n)
 {
     return 2 + 2 * (4 + n + 4);
 }
+
+int Frame::leastWireBytes(int n)
+{
+    return 2 + 4 + n + 4;
+}

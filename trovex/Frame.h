@@ -18,6 +18,8 @@ struct Frame {
     static constexpr int MaxPayload = 4096;
     // Bytes on the wire of a frame with n payload bytes, in the worst case of stuffing.
     static int worstCaseWireBytes(int n);
+    // ... and with nothing to stuff.
+    static int leastWireBytes(int n);
 
     static constexpr uint8_t End = 0xC0;
     static constexpr uint8_t Escape = 0xDB;

@@ -15,6 +15,18 @@ void FrameDecoder::reset()
     m_overlong = false;
 }
 
+std::optional<FrameDecoder::Pending> FrameDecoder::pending() const
+{
+    if (m_overlong || m_body.size() < HeaderBytes)
+        return std::nullopt;
+    const auto *b = reinterpret_cast<const uint8_t *>(m_body.constData());
+    const int length = b[2] | (b[3] << 8);
+    const int bodyToCome = HeaderBytes + length + CrcBytes - int(m_body.size());
+    if (length > Frame::MaxPayload || bodyToCome < 0)
+        return std::nullopt; // damaged: only its END matters now
+    return Pending{b[0], b[1], bodyToCome + 1};
+}
+
 QList<Frame> FrameDecoder::feed(const QByteArray &bytes)
 {
     QList<Frame> frames;

@@ -6,6 +6,7 @@
 
 #include <QByteArray>
 #include <QList>
+#include <optional>
 
 class FrameDecoder {
 public:
@@ -14,6 +15,16 @@ public:
     // Frames thrown away because their length or checksum was wrong.
     int corruptFrames() const { return m_corrupt; }
     void reset();
+
+    // A frame being received whose header has arrived.
+    struct Pending {
+        uint8_t sequence;
+        uint8_t type;
+        // Wire bytes still to come, at least: the rest of its body and its END byte
+        // (stuffing only adds to them).
+        int bytesToCome;
+    };
+    std::optional<Pending> pending() const;
 
 private:
     void finishFrame(QList<Frame> &out);

@@ -29,37 +29,45 @@ uint8_t Link::request(uint8_t type, const QByteArray &payload, int expectedReply
     m_nextSequence = uint8_t(m_nextSequence + 1);
     if (m_nextSequence == 0)
         m_nextSequence = 1; // 0 is never used: it marks frames that answer no request
-    m_outstanding.push_back({frame, m_transport.wireTimeMs(Frame::worstCaseWireBytes(expectedReplyBytes))});
-    transmit(frame);
+    m_outstanding.push_back({frame, m_transport.wireTimeMs(Frame::worstCaseWireBytes(expectedReplyBytes)),
+                             m_transport.wireTimeMs(Frame::leastWireBytes(expectedReplyBytes))});
+    transmit(m_outstanding.back());
     if (m_outstanding.size() == 1) {
         m_attempts = 1;
         armForOldest();
         m_transport.setAwaitingAnswers(true);
     }
+    pauseReading();
     return frame.sequence;
 }
 
-void Link::transmit(const Frame &frame)
+double Link::nowMs() const
 {
-    const QByteArray wire = frame.encode();
+    return double(m_clock.nsecsElapsed()) / 1e6;
+}
+
+void Link::transmit(Outstanding &request)
+{
+    const QByteArray wire = request.frame.encode();
     m_transport.write(wire);
-    const double now = double(m_clock.nsecsElapsed()) / 1e6;
-    m_wireFreeAtMs = std::max(m_wireFreeAtMs, now) + m_transport.wireTimeMs(int(wire.size()));
+    request.writtenAtMs = nowMs();
+    m_wireFreeAtMs = std::max(m_wireFreeAtMs, request.writtenAtMs) + m_transport.wireTimeMs(int(wire.size()));
+    request.sentByMs = m_wireFreeAtMs;
 }
 
 void Link::armForOldest()
 {
-    const double now = double(m_clock.nsecsElapsed()) / 1e6;
-    const double queued = std::max(0.0, m_wireFreeAtMs - now);
+    const double queued = std::max(0.0, m_wireFreeAtMs - nowMs());
     m_timer.start(int(std::ceil(queued + m_outstanding.front().replyWireMs)) + int(LinkTimeouts::ReplyMargin.count()));
 }
 
 void Link::resendAll()
 {
     ++m_attempts;
-    for (const Outstanding &request : m_outstanding) {
+    for (Outstanding &request : m_outstanding) {
         ++m_retransmissions;
-        transmit(request.frame);
+        request.resent = true; // its answer may be to an earlier send
+        transmit(request);
     }
     armForOldest();
 }
@@ -69,13 +77,12 @@ void Link::onBytes(const QByteArray &bytes)
     const QPointer<Link> alive(this);
     for (const Frame &frame : m_decoder.feed(bytes)) {
         if (m_outstanding.empty())
-            return; // a late duplicate of an answer already taken
+            break; // a late duplicate of an answer already taken
         if (frame.type == Protocol::Nak) {
             resendAll(); // it saw a request of ours damaged: send again now
             continue;
         }
-        const auto isFor = [&](const Outstanding &o) { return o.frame.sequence == frame.sequence; };
-        if (std::none_of(m_outstanding.begin(), m_outstanding.end(), isFor))
+        if (!isOutstanding(frame.sequence))
             continue; // the answer to an earlier send of a request already answered
         if (frame.type == Protocol::Busy)
             m_timer.start(int(LinkTimeouts::BusySilence.count()));
@@ -84,6 +91,47 @@ void Link::onBytes(const QByteArray &bytes)
         if (!alive)
             return; // whoever took the answer closed the channel
     }
+    pauseReading();
+}
+
+void Link::pauseReading()
+{
+    m_transport.pauseReading(msUntilAnAnswerCanBeWhole());
+}
+
+// How long reading can wait without the link waiting for it: for the rest of an answer that
+// has begun to arrive (its length is in its header), or, while later requests keep the line
+// busy, until the oldest request has left and the least answer to it can be back. A lone
+// request's answer is read as it comes, so no run waits for a pause. Noise that starts like a
+// frame and busy frames pause nothing.
+double Link::msUntilAnAnswerCanBeWhole() const
+{
+    if (m_lineOutrunsItsRate)
+        return 0;
+    const double margin = double(LinkTimeouts::ReadPauseMargin.count());
+    if (const auto pending = m_decoder.pending())
+        return pending->type == Protocol::Reply && isOutstanding(pending->sequence)
+                   ? m_transport.wireTimeMs(pending->bytesToCome) + margin
+                   : 0;
+    if (m_outstanding.size() < 2)
+        return 0;
+    const Outstanding &oldest = m_outstanding.front();
+    return std::max(0.0, oldest.sentByMs + oldest.answerWireMs + margin - nowMs());
+}
+
+void Link::checkLineRate(const Outstanding &answered)
+{
+    // Half the time the request should have needed: room for a line a few percent faster
+    // than its nominal rate.
+    const double halfway = answered.writtenAtMs + (answered.sentByMs - answered.writtenAtMs) / 2;
+    if (!answered.resent && nowMs() < halfway)
+        m_lineOutrunsItsRate = true;
+}
+
+bool Link::isOutstanding(uint8_t sequence) const
+{
+    return std::any_of(m_outstanding.begin(), m_outstanding.end(),
+                       [&](const Outstanding &o) { return o.frame.sequence == sequence; });
 }
 
 void Link::onReply(const Frame &frame)
@@ -91,6 +139,7 @@ void Link::onReply(const Frame &frame)
     const auto it = std::find_if(m_outstanding.begin(), m_outstanding.end(),
                                  [&](const Outstanding &o) { return o.frame.sequence == frame.sequence; });
     const bool wasOldest = it == m_outstanding.begin();
+    checkLineRate(*it);
     m_payloadBytes += it->frame.payload.size() + frame.payload.size();
     m_outstanding.erase(it);
     if (m_outstanding.empty()) {
@@ -105,6 +154,7 @@ void Link::onReply(const Frame &frame)
 
 void Link::onTimeout()
 {
+    m_transport.pauseReading(0); // whatever came is needed now, whole or not
     if (m_outstanding.empty())
         return;
     if (m_attempts < LinkTimeouts::MaxAttempts) {
@@ -118,6 +168,7 @@ void Link::fail(Failure failure, const QString &reason)
 {
     m_timer.stop();
     m_outstanding.clear();
+    m_transport.pauseReading(0);
     m_transport.setAwaitingAnswers(false);
     emit failed(failure, reason);
 }

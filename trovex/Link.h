@@ -46,13 +46,26 @@ signals:
 private:
     struct Outstanding {
         Frame frame;
-        double replyWireMs;
+        double replyWireMs;  // its answer's wire time with the worst stuffing, for the wait
+        double answerWireMs; // ... and with none, the least it takes
+        double writtenAtMs = 0;
+        double sentByMs = 0; // when its last byte will have left, as the line's rate says
+        bool resent = false;
     };
 
     void onBytes(const QByteArray &bytes);
     void onReply(const Frame &frame);
     void onTimeout();
-    void transmit(const Frame &frame);
+    // Lets the transport stop reading while no answer can be whole yet.
+    void pauseReading();
+    double msUntilAnAnswerCanBeWhole() const;
+    // An answer that came before its request could have left shows a line faster than its
+    // rate (no real serial line, or one without pacing): estimates from the rate would only
+    // slow it down.
+    void checkLineRate(const Outstanding &answered);
+    bool isOutstanding(uint8_t sequence) const;
+    double nowMs() const;
+    void transmit(Outstanding &request);
     void resendAll();
     // Waits for the oldest request's answer: the wire time still queued ahead of it, its
     // answer's wire time, and the margin.
@@ -68,5 +81,6 @@ private:
     uint8_t m_nextSequence; // starts anywhere, so a new channel does not repeat the numbers of the last
     int m_attempts = 0; // sends of the oldest request
     int m_retransmissions = 0;
+    bool m_lineOutrunsItsRate = false;
     int64_t m_payloadBytes = 0;
 };

@@ -15,5 +15,13 @@ inline constexpr auto BusySilence = 400ms;
 // 1000 a full 260-byte frame is lost about one time in four; eight sends lose a request about
 // once in 100,000, and a dead line is still given up within a few seconds.
 inline constexpr int MaxAttempts = 8;
+// The shortest pause in reading worth a timer: a line delivers in pieces a millisecond or two
+// apart (a UART's FIFO, a USB adapter's latency timer, the simulated line's 2 ms steps), so a
+// shorter pause would cost a timer's wake-up to save one or two.
+inline constexpr auto ShortestReadPause = 4ms;
+// Added to the wire time of the rest of an answer, so that the answer is whole when reading
+// resumes although the line delivers in pieces: a few ms of latency, no lost line time while
+// later requests keep the line busy.
+inline constexpr auto ReadPauseMargin = 3ms;
 
 }

@@ -1,6 +1,10 @@
 #include "trovex/SerialTransport.h"
 
+#include "trovex/LinkTimeouts.h"
+
 #include <QFileInfo>
+#include <algorithm>
+#include <cmath>
 #include <unistd.h>
 
 SerialTransport::SerialTransport(const QString &device, int baud, QObject *parent)
@@ -8,6 +12,9 @@ SerialTransport::SerialTransport(const QString &device, int baud, QObject *paren
 {
     connect(&m_port, &QSerialPort::readyRead, this, [this] { emit received(m_port.readAll()); });
     connect(&m_port, &QSerialPort::errorOccurred, this, &SerialTransport::onError);
+    m_pauseTimer.setSingleShot(true);
+    m_pauseTimer.setTimerType(Qt::PreciseTimer); // the link's estimate, not a few ms more
+    connect(&m_pauseTimer, &QTimer::timeout, this, &SerialTransport::resumeReading);
 }
 
 bool SerialTransport::open(QString *error)
@@ -47,7 +54,18 @@ bool SerialTransport::open(QString *error)
                         .arg(m_device).arg(m_baud).arg(reason));
     }
     m_port.clear();
+    m_readNotifier = readNotifier();
     return true;
+}
+
+QSocketNotifier *SerialTransport::readNotifier() const
+{
+    // The port watches the tty with a notifier of its own; without one found, answers are
+    // simply taken piece by piece.
+    const QList<QSocketNotifier *> notifiers = m_port.findChildren<QSocketNotifier *>();
+    const auto it = std::find_if(notifiers.begin(), notifiers.end(),
+                                 [](const QSocketNotifier *n) { return n->type() == QSocketNotifier::Read; });
+    return it == notifiers.end() ? nullptr : *it;
 }
 
 void SerialTransport::write(const QByteArray &bytes)
@@ -67,8 +85,30 @@ void SerialTransport::write(const QByteArray &bytes)
         m_port.write(bytes.constData() + sent, bytes.size() - sent);
 }
 
+// Every piece the line delivers wakes the program, even when it is not read yet: the kernel
+// wakes whoever watches the tty. While the link knows that nothing it needs can be there yet,
+// nobody needs to watch, so the port's read notifier rests and the program sleeps through the
+// pause; then one read takes all that came. A short pause is not worth a timer.
+void SerialTransport::pauseReading(double ms)
+{
+    if (ms < double(LinkTimeouts::ShortestReadPause.count()) || !m_readNotifier || !m_port.isOpen()) {
+        resumeReading();
+        return;
+    }
+    m_readNotifier->setEnabled(false);
+    m_pauseTimer.start(int(std::ceil(ms)));
+}
+
+void SerialTransport::resumeReading()
+{
+    m_pauseTimer.stop();
+    if (m_readNotifier && !m_readNotifier->isEnabled())
+        m_readNotifier->setEnabled(true);
+}
+
 void SerialTransport::close()
 {
+    resumeReading();
     if (m_port.isOpen())
         m_port.close();
 }

@@ -19,6 +19,10 @@ public:
     // Whether answers are expected now: a bus where the instrument talks only when asked
     // (GPIB) asks while they are; a serial line always listens.
     virtual void setAwaitingAnswers(bool) {}
+    // Nothing is needed from the line for this many milliseconds: a transport may stop
+    // watching it that long and then hand over all that came in one piece, instead of waking
+    // the program for every piece the line delivers. 0 watches again at once.
+    virtual void pauseReading(double) {}
     // What to check when the instrument stopped answering, after attempts sends.
     virtual QString silenceReason(int attempts) const
     {

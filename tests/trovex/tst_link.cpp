@@ -2,6 +2,7 @@
 #include "trovex/Frame.h"
 #include "trovex/FrameDecoder.h"
 #include "trovex/Link.h"
+#include "trovex/LinkTimeouts.h"
 #include "trovex/PortMap.h"
 #include "trovex/Protocol.h"
 #include "tests/trovex/ScriptedTransport.h"
@@ -104,6 +105,112 @@ private slots:
         QVERIFY(decoder.feed(QByteArray(1, char(Frame::End)) + QByteArray(20000, 'x')).isEmpty());
         const QList<Frame> frames = decoder.feed(sample(6, 8).encode());
         QCOMPARE(frames, QList<Frame>{sample(6, 8)});
+    }
+
+    void aFrameOnTheWaySaysHowMuchOfItIsStillToCome()
+    {
+        const Frame frame = sample(7, 300); // stuffed: END and ESCAPE values in the payload
+        const QByteArray wire = frame.encode();
+        const QByteArray plain = Frame{8, Protocol::Reply, QByteArray(300, 'p')}.encode();
+        for (int cut = 1; cut < wire.size(); ++cut) {
+            FrameDecoder decoder;
+            decoder.feed(wire.left(cut));
+            const auto pending = decoder.pending();
+            QCOMPARE(pending.has_value(), cut >= 5); // END and the four header bytes
+            if (!pending)
+                continue;
+            QCOMPARE(pending->sequence, frame.sequence);
+            QCOMPARE(pending->type, frame.type);
+            QVERIFY(pending->bytesToCome >= 1);
+            QVERIFY2(pending->bytesToCome <= wire.size() - cut, qPrintable(QString::number(cut))); // never more than will come
+        }
+        FrameDecoder decoder;
+        decoder.feed(plain.left(100));
+        QCOMPARE(decoder.pending()->bytesToCome, plain.size() - 100); // exact without stuffing
+        decoder.feed(plain.mid(100));
+        QVERIFY(!decoder.pending());
+
+        FrameDecoder damaged; // a length no frame has
+        damaged.feed(QByteArray::fromHex("c0 01 80 ff ff"));
+        QVERIFY(!damaged.pending());
+    }
+
+    void readingPausesForTheRestOfAnAnswer()
+    {
+        ScriptedTransport transport;
+        transport.msPerByte = 0.1;
+        Link link(transport);
+        QSignalSpy replied(&link, &Link::replied);
+        const uint8_t sequence = link.request(Protocol::Read, {}, 240);
+        QTest::qWait(5); // as long as the request takes on this line
+        const QByteArray answer = Frame{sequence, Protocol::Reply, QByteArray(240, 'r')}.encode();
+        transport.deliver(answer.left(40));
+        const double margin = LinkTimeouts::ReadPauseMargin.count();
+        QCOMPARE(transport.pauses.last(), (answer.size() - 40) * 0.1 + margin);
+        transport.deliver(answer.mid(40));
+        QCOMPARE(replied.size(), 1);
+        QCOMPARE(transport.pauses.last(), 0.0);
+
+        // What starts like an answer to nothing on the way, or a busy frame: no pause.
+        const uint8_t next = link.request(Protocol::Read, {}, 240);
+        transport.deliver(Frame{uint8_t(next + 100), Protocol::Reply, QByteArray(240, 'x')}.encode().left(40));
+        QCOMPARE(transport.pauses.last(), 0.0);
+        transport.deliver(QByteArray(1, char(Frame::End)) + Frame{next, Protocol::Busy, QByteArray(40, 'b')}.encode().left(20));
+        QCOMPARE(transport.pauses.last(), 0.0);
+    }
+
+    void readingPausesUntilTheOldestRequestCanBeAnswered()
+    {
+        ScriptedTransport transport;
+        transport.msPerByte = 0.1;
+        Link link(transport);
+        link.request(Protocol::Program, QByteArray(240, 'p'), 6);
+        QCOMPARE(transport.pauses.last(), 0.0); // a lone request: its answer is read as it comes
+        link.request(Protocol::Program, QByteArray(240, 'q'), 6);
+        // The first request's wire bytes must leave and a 16-byte answer come back.
+        const double least = (transport.written.first().size() + Frame::leastWireBytes(6)) * 0.1
+                             + LinkTimeouts::ReadPauseMargin.count();
+        QVERIFY2(transport.pauses.last() <= least && transport.pauses.last() > least - 5,
+                 qPrintable(QString::number(transport.pauses.last())));
+    }
+
+    void aLineFasterThanItsRateIsNeverPaused()
+    {
+        ScriptedTransport transport;
+        transport.msPerByte = 0.1;
+        Link link(transport);
+        const uint8_t first = link.request(Protocol::Read, {}, 240);
+        transport.deliver(Frame{first, Protocol::Reply, QByteArray(240, 'r')}.encode()); // before its request could have left
+        const uint8_t second = link.request(Protocol::Read, {}, 240);
+        link.request(Protocol::Read, {}, 240);
+        transport.deliver(Frame{second, Protocol::Reply, QByteArray(240, 'r')}.encode().left(40));
+        QCOMPARE(transport.pauses.last(), 0.0);
+    }
+
+    void anEarlyAnswerToAResentRequestSaysNothingOfTheLine()
+    {
+        ScriptedTransport transport;
+        transport.msPerByte = 0.01;
+        Link link(transport);
+        const uint8_t first = link.request(Protocol::Read, {}, 240);
+        QTRY_COMPARE_WITH_TIMEOUT(transport.written.size(), 2, 2000);
+        transport.deliver(Frame{first, Protocol::Reply, QByteArray(240, 'r')}.encode()); // to the first send
+        const uint8_t second = link.request(Protocol::Read, {}, 2400);
+        QTest::qWait(5);
+        transport.deliver(Frame{second, Protocol::Reply, QByteArray(2400, 'r')}.encode().left(40));
+        QVERIFY(transport.pauses.last() > 0);
+    }
+
+    void aTimeoutResumesReading()
+    {
+        ScriptedTransport transport;
+        transport.msPerByte = 0.001;
+        Link link(transport);
+        const uint8_t sequence = link.request(Protocol::Read, {}, 240);
+        transport.deliver(Frame{sequence, Protocol::Reply, QByteArray(240, 'r')}.encode().left(40));
+        QVERIFY(transport.pauses.last() > 0);
+        QTRY_COMPARE_WITH_TIMEOUT(transport.written.size(), 2, 2000); // sent again after the wait
+        QCOMPARE(transport.pauses.last(), 0.0);
     }
 
     void theLinkTakesTheAnswerWithItsNumber()

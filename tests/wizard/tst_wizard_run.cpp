@@ -141,7 +141,9 @@ private slots:
         QVERIFY(w.Advanced);
         QVERIFY(!w.lstStep().isHidden());
         execute(f);
-        QCOMPARE(w.lstStep().item(0)->text(), QStringLiteral("Firmware Upload Process completed in 0 Minutes 0 Seconds"));
+        // The seconds depend on the machine's load.
+        static const QRegularExpression completed(QStringLiteral("^Firmware Upload Process completed in 0 Minutes \\d+ Seconds$"));
+        QVERIFY2(completed.match(w.lstStep().item(0)->text()).hasMatch(), qPrintable(w.lstStep().item(0)->text()));
         QCOMPARE(w.lstStep().item(w.lstStep().count() - 1)->text(), QStringLiteral("UPLOAD FIRMWARE STARTED"));
         QVERIFY(w.summaryText().contains(QStringLiteral("Transfer Program = TP.BIN")));
         // The budget rounds each image's blocks, so the bar may end a little past its total.
