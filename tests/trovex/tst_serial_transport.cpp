@@ -41,6 +41,8 @@ struct OpenLine {
     SerialTransport transport{far.device(), 115200};
     QString error;
     bool opened = transport.open(&error);
+    QSignalSpy received{&transport, &Transport::received};
+    QSignalSpy failed{&transport, &Transport::failed};
 };
 
 // Long enough for the event loop to have taken any bytes it was going to take.
@@ -57,56 +59,52 @@ private slots:
     {
         OpenLine line;
         QVERIFY2(line.opened, qPrintable(line.error));
-        QSignalSpy received(&line.transport, &Transport::received);
 
         line.far.send("ab");
-        QTRY_COMPARE(received.size(), 1); // no pause: every piece comes as it arrives
+        QTRY_COMPARE(line.received.size(), 1); // no pause: every piece comes as it arrives
 
         line.transport.pauseReading(400);
         for (int piece = 0; piece < 4; ++piece) {
             line.far.send("0123456789");
             QTest::qWait(SettleMs / 2);
-            QCOMPARE(received.size(), 1);
+            QCOMPARE(line.received.size(), 1);
         }
-        QTRY_COMPARE(received.size(), 2);
-        QCOMPARE(received.at(1).at(0).toByteArray(), QByteArray("0123456789").repeated(4));
+        QTRY_COMPARE(line.received.size(), 2);
+        QCOMPARE(line.received.at(1).at(0).toByteArray(), QByteArray("0123456789").repeated(4));
     }
 
     void resumingHandsOverWhatCame()
     {
         OpenLine line;
         QVERIFY2(line.opened, qPrintable(line.error));
-        QSignalSpy received(&line.transport, &Transport::received);
         line.transport.pauseReading(4000);
         line.far.send("cut short");
         QTest::qWait(SettleMs);
-        QCOMPARE(received.size(), 0);
+        QCOMPARE(line.received.size(), 0);
         line.transport.pauseReading(0);
-        QTRY_COMPARE_WITH_TIMEOUT(received.size(), 1, PromptlyMs);
-        QCOMPARE(received.at(0).at(0).toByteArray(), QByteArray("cut short"));
+        QTRY_COMPARE_WITH_TIMEOUT(line.received.size(), 1, PromptlyMs);
+        QCOMPARE(line.received.at(0).at(0).toByteArray(), QByteArray("cut short"));
     }
 
     void aShortPauseEndsALongerOne()
     {
         OpenLine line;
         QVERIFY2(line.opened, qPrintable(line.error));
-        QSignalSpy received(&line.transport, &Transport::received);
         line.transport.pauseReading(4000);
         line.transport.pauseReading(1.5); // not worth a timer: read as it comes
         line.far.send("x");
-        QTRY_COMPARE_WITH_TIMEOUT(received.size(), 1, PromptlyMs);
+        QTRY_COMPARE_WITH_TIMEOUT(line.received.size(), 1, PromptlyMs);
     }
 
     void aHangUpIsSeenAfterAPause()
     {
         OpenLine line;
         QVERIFY2(line.opened, qPrintable(line.error));
-        QSignalSpy failed(&line.transport, &Transport::failed);
         line.transport.pauseReading(300);
         line.far.send("partial");
         line.far.hangUp();
-        QTRY_COMPARE(failed.size(), 1);
-        QVERIFY(failed.at(0).at(0).toString().contains(QStringLiteral("went away")));
+        QTRY_COMPARE(line.failed.size(), 1);
+        QVERIFY(line.failed.at(0).at(0).toString().contains(QStringLiteral("went away")));
     }
 };
 
