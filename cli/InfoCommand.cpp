@@ -5,9 +5,9 @@
 #include "cli/ExitStatus.h"
 #include "config/TextFormat.h"
 #include "engine/QX_UploadProcess.h"
-#include "wizard/package/PackageAccess.h"
-#include "wizard/package/PackageArchiveReader.h"
-#include "wizard/package/PackagePath.h"
+#include "package/PackageAccess.h"
+#include "package/PackageArchiveReader.h"
+#include "package/PackagePath.h"
 
 #include <QFileInfo>
 #include <QTextStream>
@@ -58,7 +58,7 @@ int run(const CliOptions &options)
     out << "Notes:     " << (notes ? notes->trimmed() : QStringLiteral("(none)")) << "\n\n";
 
     ConsolePrompt prompt(CliOptions::Overwrite::Never);
-    QX_UploadProcess engine([] { return std::unique_ptr<ApplicationLayer>(); }, prompt);
+    QX_UploadProcess engine([](const EngineWait &) { return std::unique_ptr<ApplicationLayer>(); }, prompt);
     engine.setFilename(QStringLiteral("KDCONFIG.INI"));
     if (engine.QX_Error_GetLastError() != 0) {
         out << Qt::flush;

@@ -1,8 +1,8 @@
 #include "cli/PortsCommand.h"
 
 #include "cli/ExitStatus.h"
-#include "trovex/PortMap.h"
-#include "trovex/TransportFactory.h"
+#include "link/PortMap.h"
+#include "link/TransportFactory.h"
 
 #include <QFileInfo>
 #include <QSerialPort>

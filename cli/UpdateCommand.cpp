@@ -6,9 +6,8 @@
 #include "engine/QX_UploadProcess.h"
 #include "engine/ResultText.h"
 #include "trovex/Trovex.h"
-#include "wizard/QX_CommandLine.h"
-#include "wizard/package/PackageAccess.h"
-#include "wizard/package/PackagePath.h"
+#include "package/PackageAccess.h"
+#include "package/PackagePath.h"
 
 #include <QFileInfo>
 #include <QPointer>
@@ -64,19 +63,16 @@ QString prepare(const CliOptions &options, QX_UploadProcess &engine)
 int run(const CliOptions &options, const ApplicationLayerFactory &makeLayer)
 {
     ConsolePrompt prompt(options.overwrite);
-    QX_CommandLine switches;
-    if (options.transferOnly)
-        switches.setCommandLine(QStringLiteral("/TRANSFERONLY"));
     // The layer lives only while the channel is open; the rate needs it while it does.
     QPointer<ApplicationLayer> layer;
     QX_UploadProcess engine(
-        [&] {
-            auto created = makeLayer();
+        [&](const EngineWait &wait) {
+            auto created = makeLayer(wait);
             layer = created.get();
             return created;
         },
         prompt);
-    engine.setCommandLine(switches);
+    engine.setTransferOnly(options.transferOnly);
     int64_t bytesMoved = 0; // kept after the channel has closed
     RunReporter reporter(options, engine, [&] {
         if (const auto *trovex = qobject_cast<const Trovex *>(layer.data()))
@@ -96,7 +92,7 @@ int run(const CliOptions &options, const ApplicationLayerFactory &makeLayer)
     ResetUnzipper();
     const std::optional<QString> closingText = ReadPackageText(QStringLiteral("Final.txt"));
     const bool succeeded = engine.Upload();
-    const QString text = ResultText::compose(switches.TransferOnly(), succeeded, closingText, engine.RestartInstrument(),
+    const QString text = ResultText::compose(options.transferOnly, succeeded, closingText, engine.RestartInstrument(),
                                              engine.QX_Error_GetLastErrorString());
     reporter.result(succeeded, engine.QX_Error_GetLastError(), engine.QX_Error_GetLastErrorString(), text);
     if (interrupt.interrupted())

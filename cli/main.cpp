@@ -34,5 +34,5 @@ int main(int argc, char **argv)
     case CliOptions::Command::Update:
         break;
     }
-    return UpdateCommand::run(options, [] { return std::make_unique<Trovex>(); });
+    return UpdateCommand::run(options, [](const EngineWait &wait) { return std::make_unique<Trovex>(wait); });
 }

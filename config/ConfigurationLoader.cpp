@@ -7,9 +7,9 @@
 #include "config/QX_Error.h"
 #include "config/SelectorView.h"
 #include "config/TextFormat.h"
-#include "wizard/package/PackageAccess.h"
-#include "wizard/package/PackageArchiveReader.h"
-#include "wizard/package/PackagePath.h"
+#include "package/PackageAccess.h"
+#include "package/PackageArchiveReader.h"
+#include "package/PackagePath.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -2,7 +2,7 @@
 
 #include "config/EntryFields.h"
 #include "config/ErrorCodes.h"
-#include "wizard/package/PackageAccess.h"
+#include "package/PackageAccess.h"
 
 bool QX_TransferProgram::Init(const QString &sInitString, const QString &sSrcPath)
 {

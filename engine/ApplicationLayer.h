@@ -2,7 +2,10 @@
 // The application layer: everything the engine says to the instrument goes through it.
 // A fresh object is created for each run by an ApplicationLayerFactory.
 //
-// Synchronous operations return at once. Each asynchronous request (QueryManufacturerCode,
+// OpenChannel and UploadTransferProgram are synchronous to the engine, but take time on the
+// line: the layer waits for them through the engine's wait (EngineWait), the one place where
+// the program sleeps, so that Cancel ends them at once. Every other operation returns at once.
+// Each asynchronous request (QueryManufacturerCode,
 // ProgrammingVoltageOn/Off, FlashDelete, Restart, ProgramBlock, ReadMemory, RequestChecksum)
 // is answered by exactly one Trovex_Response or Trovex_Error signal, raised on the engine's
 // thread from the event loop, never from inside the request call, and only after the getters
@@ -50,5 +53,9 @@ signals:
     void Trovex_Error(int16_t iLastError);
 };
 
+// The engine's wait, handed to the layer of a run: sleeps in the event loop until done() holds
+// or the user cancels; true when done() holds, false when the run was cancelled first.
+using EngineWait = std::function<bool(const std::function<bool()> &done)>;
+
 // Creates the application layer of one run; tests replace it with a scripted one.
-using ApplicationLayerFactory = std::function<std::unique_ptr<ApplicationLayer>()>;
+using ApplicationLayerFactory = std::function<std::unique_ptr<ApplicationLayer>(const EngineWait &wait)>;

@@ -7,7 +7,7 @@
 #include "config/ErrorCodes.h"
 #include "config/UserPrompt.h"
 #include "engine/UploadDisplay.h"
-#include "wizard/package/PackageAccess.h"
+#include "package/PackageAccess.h"
 
 #include <QCoreApplication>
 #include <algorithm>
@@ -164,15 +164,22 @@ void QX_UploadProcess::AnimateStep()
 
 void QX_UploadProcess::WaitForResponse()
 {
+    waitUntil([this] { return ResponseReceived; });
+}
+
+bool QX_UploadProcess::waitUntil(const std::function<bool()> &done)
+{
     // WaitForMoreEvents blocks in the event dispatcher until something arrives (a byte on
-    // the port, a click, a timer), so an unanswered request costs no CPU.
-    while (!ResponseReceived && !CancelRequested)
+    // the port, a click, a timer), so an unanswered request costs no CPU. The flags are read
+    // before every sleep: whatever set them before the wait began is not lost.
+    while (!done() && !CancelRequested)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    return done();
 }
 
 ApplicationLayer *QX_UploadProcess::CreateAppLayer()
 {
-    AppLayer = m_factory();
+    AppLayer = m_factory([this](const std::function<bool()> &done) { return waitUntil(done); });
     connect(AppLayer.get(), &ApplicationLayer::Trovex_Response, this, &QX_UploadProcess::Trovex_Response);
     connect(AppLayer.get(), &ApplicationLayer::Trovex_Error, this, &QX_UploadProcess::Trovex_Error);
     return AppLayer.get();

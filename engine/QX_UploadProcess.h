@@ -17,7 +17,6 @@
 #include <memory>
 #include <vector>
 
-class QX_CommandLine;
 class UploadDisplay;
 class UserPrompt;
 
@@ -57,8 +56,9 @@ public:
     bool EraseFlashMemories();
     bool ProgramFlashMemories();
 
-    // The command line whose TransferOnly switch limits a run to the transfer program.
-    void setCommandLine(const QX_CommandLine &commandLine) { m_commandLine = &commandLine; }
+    // Limits the next runs to loading the transfer program (the wizard's TRANSFERONLY switch).
+    void setTransferOnly(bool transferOnly) { m_transferOnly = transferOnly; }
+    bool transferOnly() const { return m_transferOnly; }
     void setClock(EngineClock clock) { m_clock = std::move(clock); }
 
     // --- Output helpers used by every engine operation ----------------------------------
@@ -71,6 +71,9 @@ public:
     // Sleeps in the event loop until ResponseReceived or CancelRequested; the caller clears
     // ResponseReceived before it sends the request and reads the error code afterwards.
     void WaitForResponse();
+    // The one waiting point of the program: sleeps in the event loop until done() holds or
+    // the user cancels. True when done() holds. The layer waits through it too.
+    bool waitUntil(const std::function<bool()> &done);
     // WaitForResponse with the erase's 200 ms tick: the whole-run bar creeps on (up to
     // ProgressAfterErase) and the animation moves while a long request is pending.
     void WaitForResponseWithProgressTick();
@@ -137,7 +140,7 @@ private:
     UserPrompt &m_prompt;
     UploadDisplay *m_display = nullptr; // set once, by UploadWizard_Running
     std::vector<QString> m_tempCopies;  // configuration copies to remove at the end
-    const QX_CommandLine *m_commandLine = nullptr;
+    bool m_transferOnly = false;
     EngineClock m_clock = EngineClock::system();
     std::unique_ptr<ApplicationLayer> AppLayer;
 };

@@ -6,8 +6,7 @@
 #include "config/ErrorCodes.h"
 #include "config/TextFormat.h"
 #include "engine/UploadDisplay.h"
-#include "wizard/QX_CommandLine.h"
-#include "wizard/package/PackageAccess.h"
+#include "package/PackageAccess.h"
 
 #include <vector>
 
@@ -44,10 +43,10 @@ bool QX_UploadProcess::Upload()
         AddLogLine(QStringLiteral("UPLOAD FIRMWARE STARTED"));
         UpdateEntireProgress();
         result = openChannel() && uploadTransferProgram()
-                 && ((m_commandLine && m_commandLine->TransferOnly())
+                 && (m_transferOnly
                      || (identifyFlashMemories() && DownloadFlashMemories() && EraseFlashMemories()
                          && ProgramFlashMemories()));
-        if (result && !(m_commandLine && m_commandLine->TransferOnly()) && !ContinueFlag) {
+        if (result && !m_transferOnly && !ContinueFlag) {
             request([](ApplicationLayer &layer) { layer.Restart(); });
             AddLogLine(QStringLiteral("Instrument Restarted"));
         }
@@ -108,7 +107,7 @@ bool QX_UploadProcess::uploadTransferProgram()
         fail(ErrorCode::TransferFailed, text);
         return false;
     }
-    if (m_commandLine && m_commandLine->TransferOnly())
+    if (m_transferOnly)
         return true;
     AddLogLine(QStringLiteral("Transfer Program Running"));
     ProgressCount += ProgressUnitsPerStep;

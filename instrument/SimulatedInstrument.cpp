@@ -1,6 +1,6 @@
 #include "instrument/SimulatedInstrument.h"
 
-#include "trovex/Protocol.h"
+#include "link/Protocol.h"
 
 #include <QDir>
 #include <QFile>

@@ -7,8 +7,8 @@
 // misbehaves as its options ask.
 #include "instrument/FlashBank.h"
 #include "instrument/InstrumentOptions.h"
-#include "trovex/Frame.h"
-#include "trovex/FrameDecoder.h"
+#include "link/Frame.h"
+#include "link/FrameDecoder.h"
 
 #include <QObject>
 #include <QTimer>

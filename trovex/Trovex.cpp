@@ -1,8 +1,8 @@
 #include "trovex/Trovex.h"
 
 #include "engine/AnswerCodes.h"
-#include "trovex/Protocol.h"
-#include "trovex/TransportFactory.h"
+#include "link/Protocol.h"
+#include "link/TransportFactory.h"
 #include "trovex/TrovexError.h"
 
 #include <QEventLoop>
@@ -28,7 +28,10 @@ uint8_t blockSum(const QByteArray &data)
 }
 } // namespace
 
-Trovex::Trovex(PortMap ports, QObject *parent) : ApplicationLayer(parent), m_ports(std::move(ports)) {}
+Trovex::Trovex(EngineWait wait, PortMap ports, QObject *parent)
+    : ApplicationLayer(parent), m_wait(std::move(wait)), m_ports(std::move(ports))
+{
+}
 
 Trovex::~Trovex()
 {

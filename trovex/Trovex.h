@@ -5,9 +5,9 @@
 // block and starts it; every other request goes to the transfer program through the request
 // pipeline, which keeps the line busy, and is answered by one event.
 #include "engine/ApplicationLayer.h"
-#include "trovex/Link.h"
-#include "trovex/PortMap.h"
-#include "trovex/RequestPipeline.h"
+#include "link/Link.h"
+#include "link/PortMap.h"
+#include "link/RequestPipeline.h"
 
 #include <QByteArray>
 #include <memory>
@@ -17,7 +17,8 @@ class Transport;
 class Trovex : public ApplicationLayer {
     Q_OBJECT
 public:
-    explicit Trovex(PortMap ports = PortMap::fromEnvironment(), QObject *parent = nullptr);
+    // wait: the engine's wait, through which the synchronous operations wait for the line.
+    explicit Trovex(EngineWait wait, PortMap ports = PortMap::fromEnvironment(), QObject *parent = nullptr);
     ~Trovex() override;
 
     void UploadTransferProgram(const uint8_t *data, int32_t length, int32_t loadAddress, int32_t startAddress,
@@ -62,6 +63,7 @@ private:
     // Runs one boot-ROM request to its end in a nested event loop; false on failure.
     bool requestAndWait(uint8_t type, const QByteArray &payload, QByteArray &answer);
 
+    EngineWait m_wait;
     PortMap m_ports;
     std::unique_ptr<Transport> m_transport;
     std::unique_ptr<Link> m_link;

@@ -1,9 +1,9 @@
 #include "wizard/PackageList.h"
 
 #include "wizard/WizardPrompt.h"
-#include "wizard/package/PackageAccess.h"
-#include "wizard/package/PackageArchiveReader.h"
-#include "wizard/package/PackagePath.h"
+#include "package/PackageAccess.h"
+#include "package/PackageArchiveReader.h"
+#include "package/PackagePath.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -4,8 +4,8 @@
 #include "engine/QX_UploadProcess.h"
 #include "wizard/PackageList.h"
 #include "wizard/WizardPrompt.h"
-#include "wizard/package/PackageAccess.h"
-#include "wizard/package/PackageArchiveReader.h"
+#include "package/PackageAccess.h"
+#include "package/PackageArchiveReader.h"
 
 #include <QComboBox>
 #include <QListWidget>

@@ -3,7 +3,7 @@
 
 #include "engine/QX_UploadProcess.h"
 #include "engine/ResultText.h"
-#include "wizard/package/PackageAccess.h"
+#include "package/PackageAccess.h"
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -16,6 +16,7 @@ void frmWizard::RunUpload()
     QCoreApplication::processEvents();
     EngineError = m_engine.get();
 
+    m_engine->setTransferOnly(m_commandLine.TransferOnly());
     m_uploadRunning = true;
     const bool succeeded = m_engine->Upload();
     m_uploadRunning = false;

@@ -37,7 +37,6 @@ frmWizard::frmWizard(WizardServices services, QWidget *parent) : QWidget(parent)
         m_services.helpPath = QCoreApplication::applicationDirPath() + QLatin1Char('/') + HelpFileName;
 
     m_engine = std::make_unique<QX_UploadProcess>(m_services.appLayerFactory, *m_prompt);
-    m_engine->setCommandLine(m_commandLine);
     buildSteps();
     m_packages = std::make_unique<PackageList>(*m_lstPackages, *m_lblPackageNotes, *m_prompt, m_services.chooseFile);
 

@@ -10,7 +10,7 @@ int main(int argc, char **argv)
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Varnolt"));
     WizardServices services;
-    services.appLayerFactory = [] { return std::make_unique<Trovex>(); };
+    services.appLayerFactory = [](const EngineWait &wait) { return std::make_unique<Trovex>(wait); };
     frmWizard wizard(std::move(services));
     const QString commandLine = QApplication::arguments().mid(1).join(QLatin1Char(' '));
     QTimer::singleShot(0, &wizard, [&] { wizard.load(commandLine); });

@@ -5,7 +5,7 @@
 #include "config/EntryFields.h"
 #include "config/ErrorCodes.h"
 #include "config/TextFormat.h"
-#include "wizard/package/PackageAccess.h"
+#include "package/PackageAccess.h"
 
 #include <array>
 

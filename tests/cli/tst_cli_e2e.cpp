@@ -3,7 +3,7 @@
 // file and the instrument's flash are checked.
 #include "tests/e2e/InstrumentProcess.h"
 #include "tools/demo-package/DemoPackage.h"
-#include "wizard/package/ZipArchive.h"
+#include "package/ZipArchive.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

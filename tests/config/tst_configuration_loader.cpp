@@ -5,7 +5,7 @@
 #include "tests/support/LoadedPackage.h"
 #include "tests/support/TestPackage.h"
 
-#include "wizard/package/PackagePath.h"
+#include "package/PackagePath.h"
 
 #include <QDir>
 #include <QFile>

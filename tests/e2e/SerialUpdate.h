@@ -33,7 +33,7 @@ struct Update {
     ScriptedPrompt prompt;
     QString portMap; // the layer's map, e.g. "COM1=/dev/pts/4"
     QStringList log;
-    QX_UploadProcess engine{[this] { return std::make_unique<Trovex>(PortMap(portMap)); }, prompt};
+    QX_UploadProcess engine{[this](const EngineWait &wait) { return std::make_unique<Trovex>(wait, PortMap(portMap)); }, prompt};
 
     // On COM1, a serial line to the instrument's pseudo-terminal.
     explicit Update(const QString &instrumentDevice, const QByteArray &transfer = TransferProgram)

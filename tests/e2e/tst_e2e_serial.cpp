@@ -2,9 +2,8 @@
 // application layer: the flash ends up equal to the images, the calibration data is saved
 // byte for byte, and faults end in clear errors or are ridden out by retransmission.
 #include "tests/e2e/SerialUpdate.h"
-#include "trovex/FrameDecoder.h"
-#include "trovex/Protocol.h"
-#include "wizard/QX_CommandLine.h"
+#include "link/FrameDecoder.h"
+#include "link/Protocol.h"
 
 #include <QCoreApplication>
 #include <QTcpSocket>
@@ -38,9 +37,7 @@ private slots:
     {
         InstrumentProcess instrument(instrumentArgs(m_calibration));
         Update update(instrument.device());
-        QX_CommandLine line;
-        line.setCommandLine(QStringLiteral("/TRANSFERONLY"));
-        update.engine.setCommandLine(line);
+        update.engine.setTransferOnly(true);
         QVERIFY2(update.run(), qPrintable(update.message()));
         QVERIFY(!update.log.contains(QStringLiteral("Transfer Program Running")));
         QByteArray untouched(512 * 1024, '\xFF');

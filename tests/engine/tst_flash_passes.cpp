@@ -142,9 +142,7 @@ private slots:
         QVERIFY(r.requests().contains(QStringLiteral("Shutdown()")));
 
         RunFixture transferOnly(config());
-        QX_CommandLine line;
-        line.setCommandLine(QStringLiteral("/TRANSFERONLY"));
-        transferOnly.f->engine.setCommandLine(line);
+        transferOnly.f->engine.setTransferOnly(true);
         transferOnly.f->prepareLayer = [](ScriptedAppLayer &layer) { layer.setTransferResult(-1); };
         QVERIFY(!transferOnly.f->engine.Upload());
         QVERIFY(transferOnly.log().contains(QStringLiteral("Transfer Program Failed, Error Code = FFFFFFFF")));

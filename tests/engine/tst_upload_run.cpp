@@ -181,9 +181,7 @@ private slots:
     void transferOnlyStopsAfterTheTransferProgram()
     {
         RunFixture r(FullConfig);
-        QX_CommandLine line;
-        line.setCommandLine(QStringLiteral("/TRANSFERONLY"));
-        r.f->engine.setCommandLine(line);
+        r.f->engine.setTransferOnly(true);
         QVERIFY(r.f->engine.Upload());
         QCOMPARE(r.requests().size(), 4);
         QCOMPARE(r.log(), (QStringList{"UPLOAD FIRMWARE STARTED", "Transfer Program Read (TP.BIN)",

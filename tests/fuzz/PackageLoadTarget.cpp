@@ -6,9 +6,9 @@
 #include "tests/support/RecordingDisplay.h"
 #include "tests/support/ScriptedPrompt.h"
 #include "tools/package-builder/PackageBuilder.h"
-#include "wizard/package/PackageAccess.h"
-#include "wizard/package/PackageArchiveReader.h"
-#include "wizard/package/PackagePath.h"
+#include "package/PackageAccess.h"
+#include "package/PackageArchiveReader.h"
+#include "package/PackagePath.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -82,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     ScriptedPrompt prompt;
     RecordingDisplay display;
     display.advanced = true;
-    QX_UploadProcess engine([] { return std::unique_ptr<ApplicationLayer>(); }, prompt);
+    QX_UploadProcess engine([](const EngineWait &) { return std::unique_ptr<ApplicationLayer>(); }, prompt);
     engine.UploadWizard_Running(display);
     display.onPortText = [&](const QString &port) { engine.setComPort(port.trimmed()); };
     display.onLanguageText = [&](const QString &lang) { engine.setFirmwareLanguage(lang.trimmed()); };

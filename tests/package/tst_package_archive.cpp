@@ -2,9 +2,9 @@
 // archives that are broken, truncated, forged or not archives at all.
 #include "tests/support/TestPackage.h"
 #include "tools/package-builder/PackageBuilder.h"
-#include "wizard/package/PackageAccess.h"
-#include "wizard/package/PackageArchiveReader.h"
-#include "wizard/package/PackagePath.h"
+#include "package/PackageAccess.h"
+#include "package/PackageArchiveReader.h"
+#include "package/PackagePath.h"
 
 #include <QFile>
 #include <QProcess>

@@ -17,7 +17,7 @@ struct EngineFixture {
     std::shared_ptr<QList<ScriptedAppLayer::Call>> calls;
     int layersCreated = 0;
 
-    QX_UploadProcess engine{[this] {
+    QX_UploadProcess engine{[this](const EngineWait &) {
                                 auto created = std::make_unique<ScriptedAppLayer>();
                                 layer = created.get();
                                 calls = created->callLog();

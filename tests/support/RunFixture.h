@@ -3,7 +3,6 @@
 // temporary folder for read-back files, a fixed clock, and helpers to read the run's
 // requests and log.
 #include "tests/support/LoadedPackage.h"
-#include "wizard/QX_CommandLine.h"
 
 #include <QTemporaryDir>
 #include <algorithm>

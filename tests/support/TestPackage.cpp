@@ -1,8 +1,8 @@
 #include "tests/support/TestPackage.h"
 
 #include "tools/package-builder/PackageBuilder.h"
-#include "wizard/package/PackageAccess.h"
-#include "wizard/package/PackagePath.h"
+#include "package/PackageAccess.h"
+#include "package/PackagePath.h"
 
 #include <stdexcept>
 

@@ -83,7 +83,7 @@ struct WizardFixture {
     frmWizard &open(const QString &commandLine = QString())
     {
         WizardServices services;
-        services.appLayerFactory = [this] {
+        services.appLayerFactory = [this](const EngineWait &) {
             auto layer = std::make_unique<ScriptedAppLayer>();
             ++layersCreated;
             if (prepareLayer)

@@ -4,7 +4,7 @@
 
 #include "engine/QX_UploadProcess.h"
 #include "wizard/PackageList.h"
-#include "wizard/package/PackagePath.h"
+#include "package/PackagePath.h"
 
 #include <QComboBox>
 #include <QLabel>

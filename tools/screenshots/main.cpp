@@ -59,7 +59,7 @@ int main(int argc, char **argv)
     WizardServices services;
     services.prompt = &prompt;
     services.help = &help;
-    services.appLayerFactory = [&] {
+    services.appLayerFactory = [&](const EngineWait &) {
         auto layer = std::make_unique<ScriptedAppLayer>();
         ScriptedAppLayer *raw = layer.get();
         for (int i = 0; i < PhotographedRequest; ++i)

@@ -1,9 +1,9 @@
-#include "trovex/TransportFactory.h"
+#include "link/TransportFactory.h"
 
-#include "trovex/GpibControllerTransport.h"
-#include "trovex/GpibTarget.h"
-#include "trovex/LinuxGpibTransport.h"
-#include "trovex/SerialTransport.h"
+#include "link/GpibControllerTransport.h"
+#include "link/GpibTarget.h"
+#include "link/LinuxGpibTransport.h"
+#include "link/SerialTransport.h"
 
 namespace TransportFactory {
 

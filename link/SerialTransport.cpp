@@ -1,6 +1,6 @@
-#include "trovex/SerialTransport.h"
+#include "link/SerialTransport.h"
 
-#include "trovex/LinkTimeouts.h"
+#include "link/LinkTimeouts.h"
 
 #include <QFileInfo>
 #include <algorithm>

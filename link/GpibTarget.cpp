@@ -1,4 +1,4 @@
-#include "trovex/GpibTarget.h"
+#include "link/GpibTarget.h"
 
 #include <QStringList>
 

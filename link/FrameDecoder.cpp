@@ -1,4 +1,4 @@
-#include "trovex/FrameDecoder.h"
+#include "link/FrameDecoder.h"
 
 #include <zlib.h>
 

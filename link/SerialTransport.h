@@ -1,6 +1,6 @@
 #pragma once
 // The instrument on a serial line: 8 data bits, even parity, 1 stop bit at the given rate.
-#include "trovex/Transport.h"
+#include "link/Transport.h"
 
 #include <QPointer>
 #include <QSerialPort>

@@ -1,9 +1,9 @@
 // The request pipeline: what the engine is told and when, and what goes on the wire, with
 // the instrument's answers scripted.
-#include "tests/trovex/ScriptedTransport.h"
-#include "trovex/FrameDecoder.h"
-#include "trovex/Protocol.h"
-#include "trovex/RequestPipeline.h"
+#include "tests/link/ScriptedTransport.h"
+#include "link/FrameDecoder.h"
+#include "link/Protocol.h"
+#include "link/RequestPipeline.h"
 
 #include <QSignalSpy>
 #include <QtTest>

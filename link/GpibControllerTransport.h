@@ -6,8 +6,8 @@
 // only when addressed, so while the link waits for answers the transport asks it to talk
 // ("++read eoi"), over and over: each time the instrument sends what it has, or an empty
 // frame (two END bytes) when it has nothing, always ending with EOI on an END byte.
-#include "trovex/GpibTarget.h"
-#include "trovex/Transport.h"
+#include "link/GpibTarget.h"
+#include "link/Transport.h"
 
 #include <QIODevice>
 #include <QTimer>

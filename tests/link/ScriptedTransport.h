@@ -1,6 +1,6 @@
 #pragma once
 // A transport that records what is written and delivers what the test says.
-#include "trovex/Transport.h"
+#include "link/Transport.h"
 
 #include <QList>
 

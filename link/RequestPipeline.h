@@ -12,7 +12,7 @@
 //  - every other request waits until the link has nothing on the way, so it is carried out
 //    after everything sent before it.
 // Answers and failures are always raised from the event loop, never inside submit.
-#include "trovex/Link.h"
+#include "link/Link.h"
 
 #include <QByteArray>
 #include <QObject>

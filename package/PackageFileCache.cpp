@@ -1,6 +1,6 @@
-#include "wizard/package/PackageFileCache.h"
+#include "package/PackageFileCache.h"
 
-#include "wizard/package/PackageArchiveReader.h"
+#include "package/PackageArchiveReader.h"
 
 #include <cstring>
 

@@ -1,11 +1,11 @@
 // The GPIB pieces: the port map's controller and address, the "++" controller's escaping
 // as the emulated controller undoes it, its commands, and linux-gpib not being there.
 #include "instrument/GpibControllerEmulation.h"
-#include "trovex/Frame.h"
-#include "trovex/GpibControllerTransport.h"
-#include "trovex/GpibTarget.h"
-#include "trovex/LinuxGpibTransport.h"
-#include "trovex/Protocol.h"
+#include "link/Frame.h"
+#include "link/GpibControllerTransport.h"
+#include "link/GpibTarget.h"
+#include "link/LinuxGpibTransport.h"
+#include "link/Protocol.h"
 
 #include <QSignalSpy>
 #include <QtTest>

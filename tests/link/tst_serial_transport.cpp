@@ -1,7 +1,7 @@
 // The serial transport on a real pseudo-terminal: while reading pauses the transport does
 // not look at the line, then takes all that came in one read; resuming ends the pause at
 // once, and a hang-up is still seen.
-#include "trovex/SerialTransport.h"
+#include "link/SerialTransport.h"
 
 #include <QSignalSpy>
 #include <QtTest>

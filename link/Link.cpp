@@ -1,8 +1,8 @@
-#include "trovex/Link.h"
+#include "link/Link.h"
 
-#include "trovex/LinkTimeouts.h"
-#include "trovex/Protocol.h"
-#include "trovex/Transport.h"
+#include "link/LinkTimeouts.h"
+#include "link/Protocol.h"
+#include "link/Transport.h"
 
 #include <QPointer>
 #include <QRandomGenerator>

@@ -5,8 +5,8 @@
 // waits for answers the transport reads with ibrd. Those calls block, so the device's timeout
 // is kept short: our instruments answer a read at once (an empty frame when they have
 // nothing), and only a missing instrument makes a read wait the whole timeout.
-#include "trovex/GpibTarget.h"
-#include "trovex/Transport.h"
+#include "link/GpibTarget.h"
+#include "link/Transport.h"
 
 #include <QTimer>
 

@@ -1,6 +1,6 @@
-#include "wizard/package/PackageArchiveReader.h"
+#include "package/PackageArchiveReader.h"
 
-#include "wizard/package/ZipArchive.h"
+#include "package/ZipArchive.h"
 
 PackageArchiveReader &PackageArchiveReader::instance()
 {

@@ -1,4 +1,4 @@
-#include "wizard/package/ZipArchive.h"
+#include "package/ZipArchive.h"
 
 #include <QFile>
 #include <zip.h>

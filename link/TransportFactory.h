@@ -1,8 +1,8 @@
 #pragma once
 // The transport for a port name of a package, as the port map says: a serial device for COMn
 // (or a path), a "++" controller or a linux-gpib board for GPIBn.
-#include "trovex/PortMap.h"
-#include "trovex/Transport.h"
+#include "link/PortMap.h"
+#include "link/Transport.h"
 
 #include <memory>
 

@@ -1,11 +1,11 @@
 // Frames, the decoder and the link, over a scripted transport.
-#include "trovex/Frame.h"
-#include "trovex/FrameDecoder.h"
-#include "trovex/Link.h"
-#include "trovex/LinkTimeouts.h"
-#include "trovex/PortMap.h"
-#include "trovex/Protocol.h"
-#include "tests/trovex/ScriptedTransport.h"
+#include "link/Frame.h"
+#include "link/FrameDecoder.h"
+#include "link/Link.h"
+#include "link/LinkTimeouts.h"
+#include "link/PortMap.h"
+#include "link/Protocol.h"
+#include "tests/link/ScriptedTransport.h"
 
 #include <QSignalSpy>
 #include <QtTest>

@@ -2,7 +2,7 @@
 // Finds frames in a byte stream. Bytes arrive in pieces of any size; every complete frame
 // whose length and CRC-32 are right is delivered, the rest is counted and skipped. An END
 // byte always starts afresh, so one corrupt or cut frame never costs the next one.
-#include "trovex/Frame.h"
+#include "link/Frame.h"
 
 #include <QByteArray>
 #include <QList>

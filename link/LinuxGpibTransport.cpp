@@ -1,7 +1,7 @@
-#include "trovex/LinuxGpibTransport.h"
+#include "link/LinuxGpibTransport.h"
 
-#include "trovex/Frame.h"
-#include "trovex/GpibTimeouts.h"
+#include "link/Frame.h"
+#include "link/GpibTimeouts.h"
 
 #include <dlfcn.h>
 

@@ -1,8 +1,8 @@
-#include "wizard/package/PackageAccess.h"
+#include "package/PackageAccess.h"
 
-#include "wizard/package/PackageArchiveReader.h"
-#include "wizard/package/PackageFileCache.h"
-#include "wizard/package/PackagePath.h"
+#include "package/PackageArchiveReader.h"
+#include "package/PackageFileCache.h"
+#include "package/PackagePath.h"
 
 namespace {
 PackageArchiveReader &readerOn(const QString &name)

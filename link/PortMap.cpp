@@ -1,4 +1,4 @@
-#include "trovex/PortMap.h"
+#include "link/PortMap.h"
 
 #include <QRegularExpression>
 

@@ -1,7 +1,7 @@
-#include "trovex/GpibControllerTransport.h"
+#include "link/GpibControllerTransport.h"
 
-#include "trovex/Frame.h"
-#include "trovex/GpibTimeouts.h"
+#include "link/Frame.h"
+#include "link/GpibTimeouts.h"
 
 #include <QEventLoop>
 #include <QSerialPort>

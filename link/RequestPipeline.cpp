@@ -1,6 +1,6 @@
-#include "trovex/RequestPipeline.h"
+#include "link/RequestPipeline.h"
 
-#include "trovex/Protocol.h"
+#include "link/Protocol.h"
 
 #include <QScopedValueRollback>
 #include <algorithm>

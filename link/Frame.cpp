@@ -1,4 +1,4 @@
-#include "trovex/Frame.h"
+#include "link/Frame.h"
 
 #include <zlib.h>
 

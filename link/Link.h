@@ -9,8 +9,8 @@
 // Keeping the line busy is the caller's business: it may send another request before the
 // earlier ones are answered, up to Window of them, and only where the order in which the
 // instrument carries them out does not matter.
-#include "trovex/Frame.h"
-#include "trovex/FrameDecoder.h"
+#include "link/Frame.h"
+#include "link/FrameDecoder.h"
 
 #include <QElapsedTimer>
 #include <QObject>

@@ -1,0 +1,3 @@
+#include "package/PackagePath.h"
+
+QString PackagePath;

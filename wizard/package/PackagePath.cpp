@@ -1,3 +1,0 @@
-#include "wizard/package/PackagePath.h"
-
-QString PackagePath;
