@@ -80,6 +80,10 @@ bool QX_UploadProcess::openChannel()
     }
     if (code == 0)
         return true;
+    if (CancelRequested) {
+        DropAppLayer(); // the cancel's code 11 stays the outcome
+        return false;
+    }
     // The layer's reason says what to check (a missing device, the dialout group, a busy port).
     fail(ErrorCode::CommunicationsLayer,
          QStringLiteral("Communications Port failed to initialise") + (reason.isEmpty() ? QString() : QStringLiteral(": ") + reason));
@@ -102,6 +106,8 @@ bool QX_UploadProcess::uploadTransferProgram()
                                     resultCode);
     if (resultCode != 0) {
         AddLogLine(QStringLiteral("Transfer Program Failed, Error Code = ") + hex(resultCode));
+        if (CancelRequested)
+            return false; // the cancel's code 11 stays the outcome
         QString text;
         AppLayer->GetErrorText(text);
         fail(ErrorCode::TransferFailed, text);

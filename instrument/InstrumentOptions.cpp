@@ -1,8 +1,10 @@
 #include "instrument/InstrumentOptions.h"
 
 #include "instrument/FlashChip.h"
+#include "link/Protocol.h"
 
 #include <QCommandLineParser>
+#include <QMap>
 
 namespace {
 bool number(const QString &text, uint32_t &value)
@@ -17,6 +19,18 @@ bool placed(const QString &text, QPair<QString, uint32_t> &out)
 {
     const qsizetype at = text.lastIndexOf(QLatin1Char('@'));
     return at > 0 && number(text.mid(at + 1), out.second) && !(out.first = text.left(at)).isEmpty();
+}
+// A request type by the name --stall-at gives it.
+std::optional<uint8_t> requestType(const QString &name)
+{
+    static const QMap<QString, uint8_t> types = {
+        {QStringLiteral("load"), Protocol::LoadBlock},      {QStringLiteral("start"), Protocol::Start},
+        {QStringLiteral("identify"), Protocol::Identify},   {QStringLiteral("voltage-on"), Protocol::VoltageOn},
+        {QStringLiteral("voltage-off"), Protocol::VoltageOff}, {QStringLiteral("erase"), Protocol::Erase},
+        {QStringLiteral("restart"), Protocol::Restart},     {QStringLiteral("program"), Protocol::Program},
+        {QStringLiteral("read"), Protocol::Read},           {QStringLiteral("checksum"), Protocol::Checksum}};
+    const auto it = types.find(name);
+    return it == types.end() ? std::nullopt : std::optional<uint8_t>(it.value());
 }
 } // namespace
 
@@ -39,11 +53,15 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     const QCommandLineOption drop(QStringLiteral("drop-rate"), QStringLiteral("Share of bytes sent that are lost."), QStringLiteral("RATE"));
     const QCommandLineOption disconnect(QStringLiteral("disconnect-after"), QStringLiteral("Vanish after this many bytes received."), QStringLiteral("BYTES"));
     const QCommandLineOption stall(QStringLiteral("stall"), QStringLiteral("Stop answering for MS after FRAMES frames."), QStringLiteral("FRAMES:MS"));
+    const QCommandLineOption stallAt(QStringLiteral("stall-at"),
+                                     QStringLiteral("Stop answering for MS from the first REQUEST on (load, start, identify, "
+                                                    "voltage-on, voltage-off, erase, restart, program, read, checksum)."),
+                                     QStringLiteral("REQUEST:MS"));
     const QCommandLineOption refuseVoltage(QStringLiteral("refuse-voltage"), QStringLiteral("Never switch the programming voltage on."));
     const QCommandLineOption failErase(QStringLiteral("fail-erase"), QStringLiteral("Fail an erase that covers this address."), QStringLiteral("ADDRESS"));
     const QCommandLineOption failProgram(QStringLiteral("fail-program"), QStringLiteral("Fail programming at this address."), QStringLiteral("ADDRESS"));
     const QCommandLineOption wrongChecksum(QStringLiteral("wrong-checksum"), QStringLiteral("Answer every checksum request wrongly."));
-    parser.addOptions({flash, load, dump, baud, noPacing, timeScale, tcp, gpib, gpibRate, seed, corrupt, drop, disconnect, stall, refuseVoltage,
+    parser.addOptions({flash, load, dump, baud, noPacing, timeScale, tcp, gpib, gpibRate, seed, corrupt, drop, disconnect, stall, stallAt, refuseVoltage,
                        failErase, failProgram, wrongChecksum});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
@@ -93,6 +111,14 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
         if (parts.size() != 2)
             return bad(QStringLiteral("--stall (FRAMES:MS)"));
         options.stallAfterFrames = parts[0].toInt();
+        options.stallMs = parts[1].toInt();
+    }
+    if (parser.isSet(stallAt)) {
+        const QStringList parts = parser.value(stallAt).split(QLatin1Char(':'));
+        const std::optional<uint8_t> type = parts.size() == 2 ? requestType(parts[0]) : std::nullopt;
+        if (!type)
+            return bad(QStringLiteral("--stall-at (REQUEST:MS)"));
+        options.stallAtType = type;
         options.stallMs = parts[1].toInt();
     }
     options.refuseVoltage = parser.isSet(refuseVoltage);

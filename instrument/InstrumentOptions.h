@@ -24,6 +24,7 @@ struct InstrumentOptions {
     int64_t disconnectAfterBytes = -1;     // the port vanishes after this many bytes received
     int stallAfterFrames = -1;             // stops answering after this many frames...
     int stallMs = 0;                       // ...for this long
+    std::optional<uint8_t> stallAtType;    // or from the first request of this type on
     bool refuseVoltage = false;
     std::optional<uint32_t> failEraseAt;
     std::optional<uint32_t> failProgramAt;

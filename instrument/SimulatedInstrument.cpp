@@ -38,7 +38,9 @@ void SimulatedInstrument::handle(const Frame &request)
 {
     if (m_stalled)
         return;
-    if (++m_framesSeen == m_options.stallAfterFrames) {
+    const bool firstOfStalledType = m_options.stallAtType == request.type && !m_stalledAtType;
+    m_stalledAtType = m_stalledAtType || firstOfStalledType;
+    if (++m_framesSeen == m_options.stallAfterFrames || firstOfStalledType) {
         m_stalled = true;
         m_stallEnd.start(m_options.stallMs);
         return;

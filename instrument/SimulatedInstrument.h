@@ -67,6 +67,7 @@ private:
     int64_t m_bytesReceived = 0;
     QTimer m_stallEnd;
     bool m_stalled = false;
+    bool m_stalledAtType = false; // the stall at a request type happens once
     // Requests waiting while another is worked on.
     std::deque<Frame> m_queue;
     // The request being worked on.

@@ -6,24 +6,35 @@
 #include "package/PackageAccess.h"
 
 #include <QCoreApplication>
+#include <QPushButton>
 #include <QTimer>
 #include <optional>
 
 void frmWizard::RunUpload()
 {
+    if (m_uploadRunning)
+        return; // one run at a time: the engine and its layer belong to the run on the stack
+    setRunning(true); // before the yield below, where a click could otherwise start another
     ResetUnzipper();
     const std::optional<QString> closingText = ReadPackageText(QStringLiteral("Final.txt"));
     QCoreApplication::processEvents();
     EngineError = m_engine.get();
 
     m_engine->setTransferOnly(m_commandLine.TransferOnly());
-    m_uploadRunning = true;
     const bool succeeded = m_engine->Upload();
-    m_uploadRunning = false;
+    setRunning(false);
 
     setResultText(ResultText::compose(m_commandLine.TransferOnly(), succeeded, closingText, m_engine->RestartInstrument(),
                                       EngineError->QX_Error_GetLastErrorString()));
 
     if (m_closeWhenUploadEnds)
         QTimer::singleShot(0, this, &QWidget::close);
+}
+
+void frmWizard::setRunning(bool running)
+{
+    m_uploadRunning = running;
+    // Back, Next and Browse could lead to a second run while this one is on the stack.
+    m_cmdBrowse->setEnabled(!running);
+    UpdateNavButtons(mnCurStep);
 }

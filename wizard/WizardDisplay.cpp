@@ -60,13 +60,15 @@ void frmWizard::showAnimationFrame(int frame)
 
 void frmWizard::setBackNextEnabled(bool enabled)
 {
-    m_cmdNav[BackButton]->setEnabled(enabled);
-    m_cmdNav[NextButton]->setEnabled(enabled);
+    // While a run is on the stack the user gets neither: a second run would start on top of it.
+    m_cmdNav[BackButton]->setEnabled(enabled && !m_uploadRunning);
+    m_cmdNav[NextButton]->setEnabled(enabled && !m_uploadRunning);
 }
 
 void frmWizard::pressNext()
 {
-    m_cmdNav[NextButton]->click();
+    // The engine's own press at the end of a run: it moves on although the user may not.
+    GoToStep(static_cast<int16_t>(mnCurStep + 1), Next);
 }
 
 void frmWizard::setResultText(const QString &text)

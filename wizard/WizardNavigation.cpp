@@ -67,8 +67,8 @@ void frmWizard::UpdateStepCaption(int16_t step)
 void frmWizard::UpdateNavButtons(int16_t step)
 {
     mnCurStep = step;
-    m_cmdNav[BackButton]->setEnabled(step != SelectFirmware);
-    m_cmdNav[NextButton]->setEnabled(step != Finished);
+    m_cmdNav[BackButton]->setEnabled(step != SelectFirmware && !m_uploadRunning);
+    m_cmdNav[NextButton]->setEnabled(step != Finished && !m_uploadRunning);
     m_cmdNav[Exit]->setEnabled(m_finishAllowed);
 }
 
@@ -87,11 +87,15 @@ void frmWizard::onCancel()
 
 void frmWizard::onBack()
 {
+    if (m_uploadRunning)
+        return;
     GoToStep(static_cast<int16_t>(mnCurStep - 1), Back);
 }
 
 void frmWizard::onNext()
 {
+    if (m_uploadRunning)
+        return;
     if (m_lstPackages->count() == 0 && mnCurStep == SelectFirmware) {
         m_prompt->showMessage(ProgramTitle, QStringLiteral("Please select a Firmware Package to upload"));
         return;

@@ -105,6 +105,8 @@ private:
     void onBack();
     void onNext();
     void RunUpload();
+    // Marks a run as on the stack (or over) and sets the buttons that could start another.
+    void setRunning(bool running);
     void startUp(const QString &commandLine);
     // Selects the entry equal to value in selector; false when there is none.
     bool selectListEntry(QComboBox &selector, const QString &value);

@@ -3,8 +3,6 @@
 
 #include "engine/Timeouts.h"
 
-#include <QCoreApplication>
-#include <QEventLoop>
 #include <QTimer>
 
 namespace {
@@ -58,7 +56,7 @@ void QX_UploadProcess::WaitForResponseWithProgressTick()
     QTimer wake;
     wake.start(Timeouts::ProgressTick);
     LastAnimationTick = m_clock.tickMs();
-    while (!ResponseReceived && !CancelRequested) {
+    waitUntil([this] {
         CurrentTick = m_clock.tickMs();
         if (CurrentTick - LastAnimationTick >= Timeouts::ProgressTick.count()) {
             LastAnimationTick = CurrentTick;
@@ -68,8 +66,8 @@ void QX_UploadProcess::WaitForResponseWithProgressTick()
             }
             AnimateStep();
         }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    }
+        return ResponseReceived;
+    });
 }
 
 void QX_UploadProcess::animateOnTick()

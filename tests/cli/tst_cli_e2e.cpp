@@ -9,6 +9,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <csignal>
 
@@ -16,6 +17,10 @@
 
 namespace {
 constexpr int RunLimitMs = 60000;
+// Ctrl-C ends a run within one block's wire time and a little more; a second is several times
+// that, and below every timeout that would otherwise end a held stage (the controller's answer
+// to "++ver", eight resends of an unanswered request).
+constexpr int CancelLimitMs = 1000;
 
 QByteArray bytesOf(const QString &path)
 {
@@ -268,32 +273,80 @@ private slots:
         }
     }
 
-    void ctrlCCancelsAndClosesTheChannel()
+    // Ctrl-C at every stage of a run: the tool ends at once with 130, the run's log says which
+    // step was cut short, the channel is closed (once it was open), and the calibration data is
+    // only ever there complete. Each stage is held by an instrument (or a GPIB controller) that
+    // stops answering, so the cancel, not a timeout, ends it.
+    void ctrlCAtEveryStage_data()
     {
-        InstrumentProcess instrument(instrumentArgs(true)); // paced: the run takes seconds
+        QTest::addColumn<QString>("stallAt");     // the instrument's --stall-at; "" for a silent GPIB controller
+        QTest::addColumn<QStringList>("stageBegins"); // the log lines, in order, after which the stage's request is on its way
+        QTest::addColumn<QString>("failureLine"); // the line of the step that was cut short ("" for none)
+        QTest::addColumn<bool>("calibrationSaved");
+        QTest::newRow("channel open") << "" << QStringList{"UPLOAD FIRMWARE STARTED"} << "" << false;
+        QTest::newRow("transfer program") << "load" << QStringList{"Transfer Program Read (TP207.BIN)"}
+                                          << "Transfer Program Failed, Error Code = " << false;
+        QTest::newRow("identification") << "identify" << QStringList{"Transfer Program Running"} << "QueryManufacturerCode ERROR"
+                                        << false;
+        QTest::newRow("read-back") << "read" << QStringList{"Read File = "} << "Read ERROR" << false;
+        QTest::newRow("erase") << "erase" << QStringList{"FlashDelete Started"} << "FlashDelete ERROR" << true;
+        QTest::newRow("program") << "program" << QStringList{"Program File = MAIN207.BIN", "Programming Voltage On"} << "Prog ERROR"
+                                 << true;
+    }
+    void ctrlCAtEveryStage()
+    {
+        QFETCH(QString, stallAt);
+        QFETCH(QStringList, stageBegins);
+        QFETCH(QString, failureLine);
+        QFETCH(bool, calibrationSaved);
+        QTcpServer silentController; // accepts, and never answers "++ver"
+        QVERIFY(silentController.listen(QHostAddress::LocalHost));
+        std::unique_ptr<InstrumentProcess> instrument;
         QProcess tool;
-        start(tool, {"update", m_package, "--json"}, instrument.device());
+        tool.setWorkingDirectory(m_folder.path());
+        if (stallAt.isEmpty()) {
+            tool.setProcessEnvironment(environment(QStringLiteral("GPIB0=127.0.0.1:%1,6").arg(silentController.serverPort())));
+            tool.start(QStringLiteral(VARNOLT_CLI), {"update", m_package, "--json", "--port", "GPIB0"});
+        } else {
+            instrument = std::make_unique<InstrumentProcess>(instrumentArgs() << "--stall-at" << stallAt + QStringLiteral(":60000"));
+            QVERIFY(instrument->started());
+            start(tool, {"update", m_package, "--json"}, instrument->device());
+        }
         QVERIFY(tool.waitForStarted());
-        // Interrupt once the main image is being programmed.
-        const QByteArray programming("Program File = MAIN207.BIN");
         QByteArray seen;
-        while (!seen.contains(programming) && tool.waitForReadyRead(RunLimitMs))
+        const auto stageBegun = [&] {
+            qsizetype from = 0;
+            for (const QString &line : stageBegins)
+                if ((from = seen.indexOf("\"line\":\"" + line.toUtf8(), from)) < 0)
+                    return false;
+            return true;
+        };
+        while (!stageBegun() && tool.waitForReadyRead(RunLimitMs))
             seen += tool.readAllStandardOutput();
-        QVERIFY2(seen.contains(programming), seen.constData());
+        QVERIFY2(stageBegun(), seen.constData());
         ::kill(static_cast<pid_t>(tool.processId()), SIGINT);
-        QVERIFY(tool.waitForFinished(10000)); // unwinds within a reply timeout or two
+        QVERIFY2(tool.waitForFinished(CancelLimitMs), "the run went on after Ctrl-C");
         seen += tool.readAllStandardOutput();
         QCOMPARE(tool.exitStatus(), QProcess::NormalExit);
         QCOMPARE(tool.exitCode(), 130);
+
         const QList<QJsonObject> objects = jsonLines(seen);
         QVERIFY(!objects.isEmpty());
+        QCOMPARE(objects.last().value(QStringLiteral("code")).toInt(), 11); // cancelled, not failed for another reason
         QStringList lines;
         for (const QJsonObject &object : objects)
-            lines << object.value(QStringLiteral("line")).toString();
+            if (object.value(QStringLiteral("type")).toString() == QStringLiteral("log"))
+                lines << object.value(QStringLiteral("line")).toString();
         QVERIFY(lines.contains(QStringLiteral("Upload Cancel Received")));
-        QVERIFY(lines.contains(QStringLiteral("Close Communication Channel")));
-        QCOMPARE(objects.last().value(QStringLiteral("success")).toBool(true), false);
-        QCOMPARE(bytesOf(m_readBack), m_calibration); // saved before the flash was touched
+        const qsizetype closing = lines.indexOf(QStringLiteral("Close Communication Channel"));
+        if (failureLine.isEmpty()) {
+            QCOMPARE(closing, qsizetype(-1)); // the channel never opened
+        } else {
+            QVERIFY2(closing > 0 && lines.at(closing - 1).startsWith(failureLine), qPrintable(lines.join(QLatin1Char('\n'))));
+        }
+        QVERIFY(lines.last().startsWith(QStringLiteral("Firmware Upload Process completed in ")));
+        // The file was created empty when the run checked it; it is filled only once read whole.
+        QCOMPARE(bytesOf(m_readBack), calibrationSaved ? m_calibration : QByteArray());
     }
 
     void infoShowsThePackageAndItsConfiguration()

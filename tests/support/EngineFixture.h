@@ -17,8 +17,8 @@ struct EngineFixture {
     std::shared_ptr<QList<ScriptedAppLayer::Call>> calls;
     int layersCreated = 0;
 
-    QX_UploadProcess engine{[this](const EngineWait &) {
-                                auto created = std::make_unique<ScriptedAppLayer>();
+    QX_UploadProcess engine{[this](const EngineWait &wait) {
+                                auto created = std::make_unique<ScriptedAppLayer>(wait);
                                 layer = created.get();
                                 calls = created->callLog();
                                 ++layersCreated;

@@ -43,8 +43,31 @@ void ScriptedAppLayer::apply(const Reply &reply)
     m_errorCodes = reply.errorCodes;
 }
 
+bool ScriptedAppLayer::holds(const QString &name)
+{
+    if (name != m_holdAt)
+        return false;
+    m_holdAt.clear();
+    emit requestWithheld();
+    return true;
+}
+
+bool ScriptedAppLayer::takeTime(const QString &name)
+{
+    if (!m_wait)
+        return true;
+    if (holds(name))
+        return m_wait([] { return false; });
+    QTimer turn; // one turn of the event loop; gone with the call if the wait is cancelled
+    turn.setSingleShot(true);
+    turn.start(0);
+    return m_wait([&turn] { return !turn.isActive(); });
+}
+
 void ScriptedAppLayer::answerLater(int32_t defaultId, Reply healthy)
 {
+    if (holds(m_calls->last().name))
+        return;
     Reply reply = std::move(healthy);
     if (!m_replies.empty()) {
         // What the script leaves unset is what a healthy instrument would answer.
@@ -81,13 +104,13 @@ void ScriptedAppLayer::UploadTransferProgram(const uint8_t *data, int32_t length
 {
     record(QStringLiteral("UploadTransferProgram"),
            {QByteArray(reinterpret_cast<const char *>(data), length), loadAddress, startAddress});
-    result = m_transferResult;
+    result = takeTime(QStringLiteral("UploadTransferProgram")) ? m_transferResult : CancelledTransferResult;
 }
 
 void ScriptedAppLayer::OpenChannel(const QString &initString)
 {
     record(QStringLiteral("OpenChannel"), {initString});
-    m_errorCodes = {m_openErrorCode};
+    m_errorCodes = {takeTime(QStringLiteral("OpenChannel")) ? m_openErrorCode : CancelledOpenCode};
 }
 
 void ScriptedAppLayer::QueryManufacturerCode(int32_t address, uint8_t architecture, uint8_t flashIndex)

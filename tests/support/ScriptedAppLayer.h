@@ -9,6 +9,10 @@
 // map, a checksum request sums the bytes programmed in its range, and a read delivers the
 // read source's bytes. Replies can also be withheld (no event at all), to test Cancel and the
 // sleeping wait.
+//
+// OpenChannel and UploadTransferProgram take event-loop time as the real ones do: they wait
+// through the engine's wait (a zero-time timer, or a scripted duration), so a click or a
+// Cancel can come in the middle of them. Held, they wait until the run is cancelled.
 #include "engine/ApplicationLayer.h"
 
 #include <QByteArray>
@@ -53,6 +57,17 @@ public:
         Reply r; r.kind = Reply::Kind::ErrorEvent; r.lastError = lastError; r.errorText = text; return r;
     }
     static Reply silence() { Reply r; r.kind = Reply::Kind::Silence; return r; }
+
+    // wait: the engine's wait, through which the synchronous operations pass event-loop time;
+    // without it they return at once.
+    explicit ScriptedAppLayer(EngineWait wait = {}) : m_wait(std::move(wait)) {}
+
+    // The first request called name (an operation's name, e.g. "OpenChannel" or "ReadMemory")
+    // gets no answer: it waits until the run is cancelled. requestWithheld says when.
+    void holdAt(const QString &name) { m_holdAt = name; }
+    // What the operations report when their wait was cancelled.
+    static constexpr int16_t CancelledOpenCode = 20;
+    static constexpr int32_t CancelledTransferResult = 3;
 
     // Scripted replies, used in order by the asynchronous requests.
     void queueReply(const Reply &reply) { m_replies.push_back(reply); }
@@ -106,6 +121,11 @@ signals:
 
 private:
     void record(const QString &name, const QVariantList &args = {});
+    // True when the request called name is the one to hold (it then says so).
+    bool holds(const QString &name);
+    // Passes event-loop time as a synchronous operation does; false when the run was
+    // cancelled meanwhile.
+    bool takeTime(const QString &name);
     // Takes the next scripted reply (or the healthy answer) and raises it later.
     void answerLater(int32_t defaultId, Reply healthy);
     static Reply passing(int16_t status) { Reply r; r.status = status; return r; }
@@ -115,6 +135,8 @@ private:
     std::shared_ptr<Flash> m_flash = std::make_shared<Flash>();
     std::function<QByteArray(int32_t, int32_t)> m_readSource;
     std::deque<Reply> m_replies;
+    EngineWait m_wait;
+    QString m_holdAt;
     int16_t m_openErrorCode = 0;
     int32_t m_transferResult = 0;
 

@@ -83,8 +83,8 @@ struct WizardFixture {
     frmWizard &open(const QString &commandLine = QString())
     {
         WizardServices services;
-        services.appLayerFactory = [this](const EngineWait &) {
-            auto layer = std::make_unique<ScriptedAppLayer>();
+        services.appLayerFactory = [this](const EngineWait &wait) {
+            auto layer = std::make_unique<ScriptedAppLayer>(wait);
             ++layersCreated;
             if (prepareLayer)
                 prepareLayer(*layer);

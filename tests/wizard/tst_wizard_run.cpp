@@ -17,6 +17,12 @@ QString continuing()
     QString config = WizardConfig;
     return config.remove(QStringLiteral("CONTINUE=NO\r\n"));
 }
+// A package that also reads calibration data back and erases before programming.
+QString withReadBackAndErase()
+{
+    QString config = WizardConfig;
+    return config.replace(QStringLiteral("[FILES]\r\n"), QStringLiteral("ERASE=0X10000,0X10000\r\n[FILES]\r\nUPLOAD=0X0,0X400,CAL.BIN\r\n"));
+}
 // Runs the update from the Settings step.
 void execute(WizardFixture &f)
 {
@@ -81,34 +87,85 @@ private slots:
         QVERIFY(f.prompt.shown.isEmpty());
     }
 
-    void cancelInTheMiddleOfARun()
+    // Cancel at every stage of a run: the Finished step at once, the failure text once the
+    // run has unwound, the log cut short at the step that was waiting, the channel closed
+    // once it was open, and a window that then closes.
+    void cancelAtEveryStage_data()
     {
+        QTest::addColumn<QString>("heldRequest");
+        QTest::addColumn<QString>("failureLine"); // "" when the channel never opened
+        QTest::newRow("channel open") << "OpenChannel" << "";
+        QTest::newRow("transfer program") << "UploadTransferProgram" << "Transfer Program Failed, Error Code = 3";
+        QTest::newRow("identification") << "QueryManufacturerCode" << "QueryManufacturerCode ERROR";
+        QTest::newRow("read-back") << "ReadMemory" << "Read ERROR";
+        QTest::newRow("erase") << "FlashDelete" << "FlashDelete ERROR";
+        QTest::newRow("program") << "ProgramBlock" << "Prog ERROR";
+    }
+    void cancelAtEveryStage()
+    {
+        QFETCH(QString, heldRequest);
+        QFETCH(QString, failureLine);
         WizardFixture f;
-        f.addPackage(QStringLiteral("a.KDPKG"));
-        int16_t stepAtCancel = -1;
-        QString textAtCancel;
+        f.addPackage(QStringLiteral("a.KDPKG"), QString(), {}, withReadBackAndErase());
         bool runningAtCancel = false;
         f.prepareLayer = [&](ScriptedAppLayer &layer) {
-            for (int i = 0; i < 4; ++i)
-                layer.queueReply(ScriptedAppLayer::Reply{});
-            layer.queueReply(ScriptedAppLayer::silence());
+            layer.holdAt(heldRequest);
             QObject::connect(&layer, &ScriptedAppLayer::requestWithheld, &layer, [&] {
                 QTimer::singleShot(0, f.wizard.get(), [&] {
                     f.click(frmWizard::CancelButton);
-                    stepAtCancel = f.wizard->mnCurStep;
-                    textAtCancel = f.wizard->resultText();
                     runningAtCancel = f.wizard->isUploadRunning();
+                    QCOMPARE(f.wizard->mnCurStep, int16_t(4));
+                    QCOMPARE(f.wizard->resultText(), QStringLiteral("Firmware Upload Cancelled"));
+                });
+            });
+        };
+        frmWizard &w = f.open(QStringLiteral("/ADV_DISPLAY"));
+        execute(f);
+        QVERIFY(runningAtCancel);
+        QCOMPARE(w.resultText(), QStringLiteral("The Firmware Upload process failed.\r\n\r\nProcess Cancelled by User"));
+        QStringList log;
+        for (int i = w.lstStep().count() - 1; i >= 0; --i)
+            log << w.lstStep().item(i)->text();
+        const qsizetype closing = log.indexOf(QStringLiteral("Close Communication Channel"));
+        if (failureLine.isEmpty())
+            QCOMPARE(closing, qsizetype(-1));
+        else
+            QVERIFY2(closing > 0 && log.at(closing - 1) == failureLine, qPrintable(log.join(QLatin1Char('\n'))));
+        QVERIFY(w.navButton(frmWizard::Exit).isEnabled());
+        QVERIFY(w.close());
+        QVERIFY(w.engine() == nullptr);
+    }
+
+    // Cancel while the transfer program loads brings up the Finished step while the run is
+    // still on the stack; Back and Execute must not start a second run on top of it, which
+    // would free the first run's application layer under it.
+    void noSecondRunWhileOneIsOnTheStack()
+    {
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"));
+        QStringList enabledAtCancel;
+        f.prepareLayer = [&](ScriptedAppLayer &layer) {
+            layer.holdAt(QStringLiteral("UploadTransferProgram"));
+            QObject::connect(&layer, &ScriptedAppLayer::requestWithheld, &layer, [&] {
+                QTimer::singleShot(0, f.wizard.get(), [&] {
+                    f.click(frmWizard::CancelButton);
+                    for (frmWizard::Nav button : {frmWizard::BackButton, frmWizard::NextButton})
+                        if (f.wizard->navButton(button).isEnabled())
+                            enabledAtCancel << f.wizard->navButton(button).text();
+                    f.click(frmWizard::BackButton);
+                    f.click(frmWizard::BackButton);
+                    f.click(frmWizard::NextButton);
+                    f.click(frmWizard::Exit); // the window closes once the run has unwound
                 });
             });
         };
         frmWizard &w = f.open();
         execute(f);
-        QCOMPARE(stepAtCancel, int16_t(4));
-        QCOMPARE(textAtCancel, QStringLiteral("Firmware Upload Cancelled"));
-        QVERIFY(runningAtCancel);
-        QCOMPARE(w.resultText(), QStringLiteral("The Firmware Upload process failed.\r\n\r\nProcess Cancelled by User"));
+        QCOMPARE(enabledAtCancel, QStringList());
+        QCOMPARE(f.layersCreated, 1);
         QCOMPARE(w.mnCurStep, int16_t(4));
-        QVERIFY(w.navButton(frmWizard::Exit).isEnabled());
+        QTRY_VERIFY(w.engine() == nullptr);
+        QVERIFY(!w.isVisible());
     }
 
     void closingDuringARunWaitsForItToEnd()

@@ -59,8 +59,8 @@ int main(int argc, char **argv)
     WizardServices services;
     services.prompt = &prompt;
     services.help = &help;
-    services.appLayerFactory = [&](const EngineWait &) {
-        auto layer = std::make_unique<ScriptedAppLayer>();
+    services.appLayerFactory = [&](const EngineWait &wait) {
+        auto layer = std::make_unique<ScriptedAppLayer>(wait);
         ScriptedAppLayer *raw = layer.get();
         for (int i = 0; i < PhotographedRequest; ++i)
             layer->queueReply(ScriptedAppLayer::Reply{});
