@@ -1,6 +1,6 @@
 // The flash passes and the run's failure rows: for each, the last log line, the result, the
-// code and message, and whether the programming voltage was switched off; Cancel during
-// each kind of wait; block split, percentages, checksums and memory selection.
+// code and message, and whether the programming voltage was switched off; block split,
+// percentages, checksums and memory selection.
 #include "tests/support/RunFixture.h"
 
 #include <QFile>
@@ -162,41 +162,6 @@ private slots:
         const QStringList log = r.log();
         QCOMPARE(log.at(log.size() - 5), QStringLiteral("Instrument Restarted"));
         QCOMPARE(r.f->engine.QX_Error_GetLastErrorString(), QStringLiteral("GENERAL ERROR, Code =43"));
-    }
-
-    void cancelDuringEachKindOfWait_data()
-    {
-        QTest::addColumn<int>("answeredBefore");
-        QTest::addColumn<QString>("lastLine");
-        QTest::newRow("identification") << 0 << "QueryManufacturerCode ERROR";
-        QTest::newRow("read-back") << 2 << "Read ERROR";
-        QTest::newRow("erase voltage") << 6 << "Error setting Programming Voltage On";
-        QTest::newRow("erase with tick") << 7 << "FlashDelete ERROR";
-        QTest::newRow("program block") << 10 << "Prog ERROR";
-        QTest::newRow("checksum") << 16 << "Error getting Checksum";
-    }
-    void cancelDuringEachKindOfWait()
-    {
-        QFETCH(int, answeredBefore);
-        QFETCH(QString, lastLine);
-        RunFixture r(config());
-        r.f->prepareLayer = [&](ScriptedAppLayer &layer) {
-            for (int i = 0; i < answeredBefore; ++i)
-                layer.queueReply(ScriptedAppLayer::Reply{});
-            layer.queueReply(ScriptedAppLayer::silence());
-            // Cancel once the engine waits for the unanswered request.
-            QObject::connect(&layer, &ScriptedAppLayer::requestWithheld, &layer,
-                             [&r] { QTimer::singleShot(10, &r.f->engine, [&r] { r.f->engine.Cancel(); }); });
-        };
-        QVERIFY(!r.f->engine.Upload());
-        const QStringList log = r.log();
-        QCOMPARE(log.at(log.size() - 5), lastLine);
-        QCOMPARE(log.at(log.size() - 4), QStringLiteral("Close Communication Channel"));
-        QCOMPARE(r.f->engine.QX_Error_GetLastError(), 11);
-        QCOMPARE(r.f->engine.QX_Error_GetLastErrorString(), QStringLiteral("Process Cancelled by User"));
-        QCOMPARE(r.f->display.resultText, QStringLiteral("Firmware Upload Cancelled"));
-        QCOMPARE(r.f->display.nextPresses, 0); // Cancel already showed the result step
-        QCOMPARE(r.f->display.backNextEnabled, QList<bool>{false});
     }
 
     void blocksAndPercentagesOfA1000ByteImage()
@@ -458,23 +423,6 @@ private slots:
         RunFixture r(ini, true, {{QStringLiteral("BIG.BIN"), TestPackage::pattern(32800)}});
         QVERIFY(r.f->engine.Upload());
         QVERIFY(r.log().contains(QStringLiteral("Block Count = 32800")));
-    }
-
-    void animationRunsBackwardsDuringReadBack()
-    {
-        RunFixture r(config());
-        int64_t now = 0;
-        r.f->engine.setClock({[&now] { return now += 200; }, [] { return 0.0; }});
-        bool reversedDuringRead = false;
-        r.f->prepareLayer = [&](ScriptedAppLayer &layer) {
-            layer.setReadSource([&](int32_t, int32_t count) {
-                reversedDuringRead = r.f->engine.AnimateReverse;
-                return QByteArray(count, 'r');
-            });
-        };
-        QVERIFY(r.f->engine.Upload());
-        QVERIFY(reversedDuringRead);
-        QVERIFY(!r.f->engine.AnimateReverse);
     }
 };
 
