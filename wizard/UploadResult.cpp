@@ -3,7 +3,7 @@
 
 #include "engine/QX_UploadProcess.h"
 #include "engine/ResultText.h"
-#include "package/PackageAccess.h"
+#include "wizard/PackageList.h"
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -11,8 +11,7 @@
 
 void frmWizard::RunUpload()
 {
-    ResetUnzipper();
-    const std::optional<QString> closingText = ReadPackageText(QStringLiteral("Final.txt"));
+    const std::optional<QString> closingText = m_packages->selectedPackage().readText(QStringLiteral("Final.txt"));
     QCoreApplication::processEvents();
     EngineError = m_engine.get();
 

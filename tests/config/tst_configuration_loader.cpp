@@ -5,8 +5,6 @@
 #include "tests/support/LoadedPackage.h"
 #include "tests/support/TestPackage.h"
 
-#include "package/PackagePath.h"
-
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -244,8 +242,8 @@ private slots:
     void aPackageWithoutConfigurationOrNotAPackage()
     {
         TestPackage package;
-        package.member(QStringLiteral("OTHER.TXT"), "x").select();
         EngineFixture f;
+        f.engine.setPackage(package.member(QStringLiteral("OTHER.TXT"), "x").write());
         f.engine.setFilename(QStringLiteral("KDCONFIG.INI"));
         QCOMPARE(f.engine.QX_Error_GetLastErrorString(), QStringLiteral("Filename InvalidConfiguration file not found"));
 
@@ -254,9 +252,22 @@ private slots:
         QVERIFY(junk.open(QIODevice::WriteOnly));
         junk.write(TestPackage::pattern(4096));
         junk.close();
-        PackagePath = junk.fileName();
+        f.engine.setPackage(Package(junk.fileName()));
         f.engine.setFilename(QStringLiteral("KDCONFIG.INI"));
         QCOMPARE(f.engine.QX_Error_GetLastError(), 1);
+
+        TestPackage damaged;
+        damaged.config(QString(3000, QLatin1Char(';'))).write();
+        QFile archive(damaged.path());
+        QVERIFY(archive.open(QIODevice::ReadWrite));
+        QByteArray bytes = archive.readAll();
+        bytes[bytes.indexOf("KDCONFIG.INI") + 12 + 5] ^= 0x5A; // inside the deflated data
+        archive.seek(0);
+        archive.write(bytes);
+        archive.close();
+        f.engine.setPackage(Package(damaged.path()));
+        f.engine.setFilename(QStringLiteral("KDCONFIG.INI"));
+        QCOMPARE(f.engine.QX_Error_GetLastErrorString(), QStringLiteral("Filename InvalidConfiguration file not readable"));
     }
 
     void numberedListsEndAtTheFirstGap()

@@ -113,9 +113,9 @@ private slots:
     void transferProgramTakesItsLengthFromThePackage()
     {
         TestPackage package;
-        package.member(QStringLiteral("TP.BIN"), TestPackage::pattern(3000)).select();
+        const Package written = package.member(QStringLiteral("TP.BIN"), TestPackage::pattern(3000)).write();
         QX_TransferProgram transfer;
-        QVERIFY(transfer.Init(QStringLiteral("TP.BIN,0X1000,0X1000"), QString()));
+        QVERIFY(transfer.Init(QStringLiteral("TP.BIN,0X1000,0X1000"), QString(), written));
         QVERIFY(transfer.Validate());
         QCOMPARE(transfer.Length(), 3000);
         QCOMPARE(transfer.LoadAddress(), 4096);
@@ -126,9 +126,9 @@ private slots:
     void transferProgramMissingFromThePackage()
     {
         TestPackage package;
-        package.member(QStringLiteral("OTHER.BIN"), "x").select();
+        const Package written = package.member(QStringLiteral("OTHER.BIN"), "x").write();
         QX_TransferProgram transfer;
-        QVERIFY(transfer.Init(QStringLiteral("TP.BIN,0X1000,0X1000"), QString()));
+        QVERIFY(transfer.Init(QStringLiteral("TP.BIN,0X1000,0X1000"), QString(), written));
         QVERIFY(!transfer.Validate());
         QCOMPARE(transfer.EndAddress(), 0);
         QCOMPARE(transfer.QX_Error_GetLastErrorString(), QStringLiteral("Transfer Entry invalid File Not Found TP.BIN"));
@@ -137,15 +137,15 @@ private slots:
     void programEntryFileCheckAndLength()
     {
         TestPackage package;
-        package.member(QStringLiteral("MAIN.BIN"), TestPackage::pattern(1000)).select();
+        const Package written = package.member(QStringLiteral("MAIN.BIN"), TestPackage::pattern(1000)).write();
         QX_Program program;
-        QVERIFY(program.Init(QStringLiteral("0X10000, MAIN.BIN"), QString()));
+        QVERIFY(program.Init(QStringLiteral("0X10000, MAIN.BIN"), QString(), written));
         QVERIFY(program.Validate());
         QCOMPARE(program.Length(), 1000);
         QCOMPARE(program.EndAddress(), 0x10000 + 1000);
 
         QX_Program missing;
-        QVERIFY(missing.Init(QStringLiteral("0X10000,CAL.BIN"), QString()));
+        QVERIFY(missing.Init(QStringLiteral("0X10000,CAL.BIN"), QString(), written));
         QVERIFY(!missing.Validate());
         QCOMPARE(missing.EndAddress(), 0);
         QCOMPARE(missing.QX_Error_GetLastErrorString(), QStringLiteral("Program Entry Invalid File Not Found CAL.BIN"));
@@ -156,14 +156,12 @@ private slots:
 
     void fileNamesWithADriveOrRootStandAsWritten()
     {
-        TestPackage package;
-        package.select();
         QX_Program program;
-        program.Init(QStringLiteral("0X0,C:\\IMG.BIN"), QStringLiteral("pkg/"));
+        program.Init(QStringLiteral("0X0,C:\\IMG.BIN"), QStringLiteral("pkg/"), Package());
         QCOMPARE(program.Filename(), QStringLiteral("C:\\IMG.BIN"));
-        program.Init(QStringLiteral("0X0,\\IMG.BIN"), QStringLiteral("pkg/"));
+        program.Init(QStringLiteral("0X0,\\IMG.BIN"), QStringLiteral("pkg/"), Package());
         QCOMPARE(program.Filename(), QStringLiteral("\\IMG.BIN"));
-        program.Init(QStringLiteral("0X0,IMG.BIN"), QStringLiteral(" pkg/ "));
+        program.Init(QStringLiteral("0X0,IMG.BIN"), QStringLiteral(" pkg/ "), Package());
         QCOMPARE(program.Filename(), QStringLiteral("pkg/IMG.BIN"));
     }
 
