@@ -5,9 +5,7 @@
 #include "cli/ExitStatus.h"
 #include "config/TextFormat.h"
 #include "engine/QX_UploadProcess.h"
-#include "package/PackageAccess.h"
-#include "package/PackageArchiveReader.h"
-#include "package/PackagePath.h"
+#include "package/Package.h"
 
 #include <QFileInfo>
 #include <QTextStream>
@@ -40,13 +38,10 @@ int run(const CliOptions &options)
         QTextStream(stderr) << "varnolt-cli: no package " << options.package << Qt::endl;
         return ExitStatus::BadUsage;
     }
-    PackagePath = QFileInfo(options.package).absoluteFilePath();
-    PackageArchiveReader &reader = PackageArchiveReader::instance();
-    ResetUnzipper();
-    reader.setArchivePath(PackagePath);
-    out << "Package:   " << PackagePath << '\n';
-    out << "Name:      " << (reader.commentSize() > 0 ? reader.comment() : QStringLiteral("(none)")) << '\n';
-    const auto members = reader.members();
+    const Package package(QFileInfo(options.package).absoluteFilePath());
+    out << "Package:   " << package.path() << '\n';
+    out << "Name:      " << package.comment().value_or(QStringLiteral("(none)")) << '\n';
+    const auto members = package.members();
     if (members.isEmpty()) {
         QTextStream(stderr) << "varnolt-cli: " << options.package << " is not a firmware package (no zip archive)" << Qt::endl;
         return ExitStatus::BadUsage;
@@ -54,11 +49,12 @@ int run(const CliOptions &options)
     out << "Members:\n";
     for (const auto &[name, size] : members)
         out << "  " << name << "  " << size << " bytes\n";
-    const std::optional<QString> notes = ReadPackageText(QStringLiteral("KDNOTES.TXT"));
+    const std::optional<QString> notes = package.readText(QStringLiteral("KDNOTES.TXT"));
     out << "Notes:     " << (notes ? notes->trimmed() : QStringLiteral("(none)")) << "\n\n";
 
     ConsolePrompt prompt(CliOptions::Overwrite::Never);
     QX_UploadProcess engine([](const EngineWait &) { return std::unique_ptr<ApplicationLayer>(); }, prompt);
+    engine.setPackage(package);
     engine.setFilename(QStringLiteral("KDCONFIG.INI"));
     if (engine.QX_Error_GetLastError() != 0) {
         out << Qt::flush;

@@ -6,8 +6,7 @@
 #include "engine/QX_UploadProcess.h"
 #include "engine/ResultText.h"
 #include "trovex/Trovex.h"
-#include "package/PackageAccess.h"
-#include "package/PackagePath.h"
+#include "package/Package.h"
 
 #include <QFileInfo>
 #include <QPointer>
@@ -38,8 +37,7 @@ QString prepare(const CliOptions &options, QX_UploadProcess &engine)
 {
     if (!QFileInfo(options.package).isFile())
         return QStringLiteral("no package %1").arg(options.package);
-    PackagePath = QFileInfo(options.package).absoluteFilePath();
-    ClearPackageFileCache();
+    engine.setPackage(Package(QFileInfo(options.package).absoluteFilePath()));
     engine.setFilename(QStringLiteral("KDCONFIG.INI"));
     if (engine.QX_Error_GetLastError() != 0)
         return QStringLiteral("the package cannot be loaded: ") + engine.QX_Error_GetLastErrorString();
@@ -89,8 +87,7 @@ int run(const CliOptions &options, const ApplicationLayerFactory &makeLayer)
     QObject::connect(&engine, &QX_UploadProcess::ProgressUpdate, &reporter, &RunReporter::progress);
     InterruptCancel interrupt([&] { engine.Cancel(); });
 
-    ResetUnzipper();
-    const std::optional<QString> closingText = ReadPackageText(QStringLiteral("Final.txt"));
+    const std::optional<QString> closingText = engine.package().readText(QStringLiteral("Final.txt"));
     const bool succeeded = engine.Upload();
     const QString text = ResultText::compose(options.transferOnly, succeeded, closingText, engine.RestartInstrument(),
                                              engine.QX_Error_GetLastErrorString());

@@ -7,9 +7,7 @@
 #include "config/QX_Error.h"
 #include "config/SelectorView.h"
 #include "config/TextFormat.h"
-#include "package/PackageAccess.h"
-#include "package/PackageArchiveReader.h"
-#include "package/PackagePath.h"
+#include "package/Package.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -90,18 +88,20 @@ bool ConfigurationLoader::makeTempCopy(const QString &memberName)
     }
     m_config.ConfigTempFile = temp.fileName();
 
-    PackageArchiveReader &reader = PackageArchiveReader::instance();
-    ResetUnzipper();
-    reader.setArchivePath(PackagePath);
-    reader.setMemberName(memberName.trimmed());
-    if (reader.countMatching() == 0) {
+    const QString name = memberName.trimmed();
+    if (!m_package.PackageFileExists(name)) {
         m_errors.SetLastError(ErrorCode::FilenameInvalid);
         m_errors.SetLastErrorString(QStringLiteral("Configuration file not found"));
         return false;
     }
-    int32_t delivered = 0;
-    const QString text = reader.extractText(0, ConfigBufferBytes, delivered);
-    temp.write((text + TextFormat::CrLf).toLatin1());
+    const std::optional<QString> text = m_package.readTextPrefix(name, ConfigBufferBytes);
+    if (!text) {
+        // Present but damaged: say so rather than report every key as missing.
+        m_errors.SetLastError(ErrorCode::FilenameInvalid);
+        m_errors.SetLastErrorString(QStringLiteral("Configuration file not readable"));
+        return false;
+    }
+    temp.write((*text + TextFormat::CrLf).toLatin1());
     temp.close();
     return true;
 }
@@ -206,7 +206,7 @@ bool ConfigurationLoader::readTransfer()
     const QString value = read(QStringLiteral("HOST"), QStringLiteral("TRANSFER"));
     if (failed())
         return false;
-    if (!m_config.TransferProgram.Init(value, QString())) {
+    if (!m_config.TransferProgram.Init(value, QString(), m_package)) {
         m_errors.SetLastError(ErrorCode::ConfigurationInvalid);
         m_errors.SetLastErrorString(m_config.TransferProgram.QX_Error_GetLastErrorString());
         return false;
@@ -281,7 +281,7 @@ bool ConfigurationLoader::BuildProgramList()
     m_config.ProgressTotal = m_config.ProgressAfterDownloads;
     const AddEntry addProgram = [this](const QString &value) {
         QX_Program entry;
-        if (!entry.Init(value, QString()))
+        if (!entry.Init(value, QString(), m_package))
             return false;
         addToBudget(double(entry.Length()) / m_config.MaxProgLen);
         m_config.Programs.push_back(std::move(entry));

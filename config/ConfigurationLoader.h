@@ -8,17 +8,18 @@
 
 #include <functional>
 
+class Package;
 struct PackageConfiguration;
 class QX_Error;
 class SelectorView;
 
 class ConfigurationLoader {
 public:
-    // selectors may be null (no window to fill).
-    ConfigurationLoader(PackageConfiguration &config, QX_Error &errors, SelectorView *selectors)
-        : m_config(config), m_errors(errors), m_selectors(selectors) {}
+    // The entries' files are members of package; selectors may be null (no window to fill).
+    ConfigurationLoader(PackageConfiguration &config, const Package &package, QX_Error &errors, SelectorView *selectors)
+        : m_config(config), m_package(package), m_errors(errors), m_selectors(selectors) {}
 
-    // Loads member memberName of the current package.
+    // Loads member memberName of the package.
     void load(const QString &memberName);
     // Builds the program list for the current firmware language.
     bool BuildProgramList();
@@ -54,6 +55,7 @@ private:
     void addToBudget(double units);
 
     PackageConfiguration &m_config;
+    const Package &m_package;
     QX_Error &m_errors;
     SelectorView *m_selectors;
 };

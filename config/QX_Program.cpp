@@ -2,21 +2,21 @@
 
 #include "config/EntryFields.h"
 #include "config/ErrorCodes.h"
-#include "package/PackageAccess.h"
+#include "package/Package.h"
 
-bool QX_Program::Init(const QString &sInitString, const QString &sSrcPath)
+bool QX_Program::Init(const QString &sInitString, const QString &sSrcPath, const Package &package)
 {
     m_validate = true;
     const EntryFields fields(sInitString);
     return fields.takeNumber(0, [this](int32_t v) { setLoadAddress(v); })
-           && fields.takeText(1, [&](const QString &name) { setFilename(EntryFields::resolveFileName(name, sSrcPath)); });
+           && fields.takeText(1, [&](const QString &name) { setFilename(EntryFields::resolveFileName(name, sSrcPath), package); });
 }
 
-void QX_Program::setFilename(const QString &sValue)
+void QX_Program::setFilename(const QString &sValue, const Package &package)
 {
     m_filename = sValue.trimmed();
-    if (PackageFileExists(m_filename)) {
-        m_length = PackageFileSize(m_filename);
+    if (package.PackageFileExists(m_filename)) {
+        m_length = package.PackageFileSize(m_filename);
         m_endAddress = EntryFields::endOf(m_loadAddress, m_length);
         if (m_length == 0) {
             // Nothing to program and nothing to verify: an empty member is a broken package.

@@ -3,12 +3,16 @@
 // file, load address, start address. Its file must be a member of the package.
 #include "config/LastErrorOwner.h"
 
+class Package;
+
 class QX_TransferProgram : public LastErrorOwner {
 public:
-    bool Init(const QString &sInitString, const QString &sSrcPath);
+    // The file must be a member of package.
+    bool Init(const QString &sInitString, const QString &sSrcPath, const Package &package);
 
     QString Filename() const { return m_filename; }
-    void setFilename(const QString &sValue);
+    // Checks that the file is a member of package and takes its length from there.
+    void setFilename(const QString &sValue, const Package &package);
     int32_t LoadAddress() const { return m_loadAddress; }
     void setLoadAddress(int32_t value);
     int32_t EndAddress() const { return m_endAddress; }

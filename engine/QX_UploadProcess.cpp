@@ -7,7 +7,6 @@
 #include "config/ErrorCodes.h"
 #include "config/UserPrompt.h"
 #include "engine/UploadDisplay.h"
-#include "package/PackageAccess.h"
 
 #include <QCoreApplication>
 #include <algorithm>
@@ -55,14 +54,14 @@ void QX_UploadProcess::setFirmwareLanguage(const QString &sValue)
 void QX_UploadProcess::setFilename(const QString &sValue)
 {
     CancelRequested = false;
-    ConfigurationLoader(*this, holder(), WizardRunning ? m_display : nullptr).load(sValue);
+    ConfigurationLoader(*this, m_package, holder(), WizardRunning ? m_display : nullptr).load(sValue);
     if (!ConfigTempFile.isEmpty() && std::find(m_tempCopies.begin(), m_tempCopies.end(), ConfigTempFile) == m_tempCopies.end())
         m_tempCopies.push_back(ConfigTempFile);
 }
 
 bool QX_UploadProcess::BuildProgramList()
 {
-    return ConfigurationLoader(*this, holder(), WizardRunning ? m_display : nullptr).BuildProgramList();
+    return ConfigurationLoader(*this, m_package, holder(), WizardRunning ? m_display : nullptr).BuildProgramList();
 }
 
 void QX_UploadProcess::DisplayConfiguration()
@@ -83,8 +82,7 @@ bool QX_UploadProcess::DisplayReadMe()
 {
     if (WizardRunning)
         m_display->setReadmeText(QString());
-    ResetUnzipper();
-    const std::optional<QString> readme = ReadPackageText(QStringLiteral("Readme.txt"));
+    const std::optional<QString> readme = m_package.readText(QStringLiteral("Readme.txt"));
     if (!readme)
         return false;
     if (WizardRunning)

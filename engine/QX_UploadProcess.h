@@ -10,6 +10,7 @@
 #include "config/PackageConfiguration.h"
 #include "engine/ApplicationLayer.h"
 #include "engine/EngineClock.h"
+#include "package/Package.h"
 
 #include <QObject>
 #include <QString>
@@ -38,7 +39,10 @@ public:
     bool DisplayReadMe();
     // Puts the engine into wizard mode, writing into display from now on, and shows the window.
     bool UploadWizard_Running(UploadDisplay &display);
-    // Loads configuration member sValue of the current package; the outcome is the error code.
+    // The package every later load, read-me and run reads from.
+    void setPackage(const Package &package) { m_package = package; }
+    const Package &package() const { return m_package; }
+    // Loads configuration member sValue of the package; the outcome is the error code.
     void setFilename(const QString &sValue);
     // Writes the connection instruction (and, in the advanced display, every setting) as
     // summary pieces.
@@ -139,6 +143,7 @@ private:
     ApplicationLayerFactory m_factory;
     UserPrompt &m_prompt;
     UploadDisplay *m_display = nullptr; // set once, by UploadWizard_Running
+    Package m_package;
     std::vector<QString> m_tempCopies;  // configuration copies to remove at the end
     bool m_transferOnly = false;
     EngineClock m_clock = EngineClock::system();

@@ -6,7 +6,6 @@
 #include "config/ErrorCodes.h"
 #include "config/TextFormat.h"
 #include "engine/UploadDisplay.h"
-#include "package/PackageAccess.h"
 
 #include <vector>
 
@@ -95,9 +94,9 @@ bool QX_UploadProcess::uploadTransferProgram()
 {
     AnimateStep();
     const QString name = TransferProgram.Filename();
-    const int32_t size = PackageFileSize(name);
+    const int32_t size = m_package.PackageFileSize(name);
     std::vector<uint8_t> image(static_cast<size_t>(size) + 1);
-    const int32_t length = ReadPackageFile(name, image.data(), size, 0);
+    const int32_t length = m_package.ReadPackageFile(name, image.data(), size, 0);
     AddLogLine(QStringLiteral("Transfer Program Read (") + name + QStringLiteral(")"));
     AnimateStep();
 

@@ -17,7 +17,6 @@ public:
     ZipArchive(const ZipArchive &) = delete;
     ZipArchive &operator=(const ZipArchive &) = delete;
 
-    bool isOpen() const { return m_zip != nullptr; }
     QByteArray comment() const;
     // The index of the member named exactly name, or nullopt.
     std::optional<int64_t> find(const QString &name) const;

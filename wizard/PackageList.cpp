@@ -1,9 +1,6 @@
 #include "wizard/PackageList.h"
 
 #include "wizard/WizardPrompt.h"
-#include "package/PackageAccess.h"
-#include "package/PackageArchiveReader.h"
-#include "package/PackagePath.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -24,11 +21,10 @@ PackageList::PackageList(QListWidget &list, QLabel &notes, WizardPrompt &prompt,
 
 bool PackageList::AddPackageEntry(const QString &path)
 {
-    PackageArchiveReader &reader = PackageArchiveReader::instance();
-    const QString display = reader.commentSize() >= 1 ? reader.comment() : path;
-    reader.setMemberName(ConfigMember);
-    if (reader.countMatching() == 0)
+    const Package package(path);
+    if (!package.PackageFileExists(ConfigMember))
         return false;
+    const QString display = package.comment().value_or(path);
     auto *item = new QListWidgetItem(display);
     item->setData(Qt::UserRole, int(m_packageCount));
     m_list.addItem(item);
@@ -44,10 +40,7 @@ void PackageList::searchFolder()
     const QDir folder = QDir::current();
     const QStringList files = folder.entryList({QStringLiteral("*.KDPKG")}, QDir::Files, QDir::Name);
     for (const QString &file : files) {
-        ResetUnzipper();
-        const QString path = folder.absoluteFilePath(file);
-        PackageArchiveReader::instance().setArchivePath(path);
-        AddPackageEntry(path);
+        AddPackageEntry(folder.absoluteFilePath(file));
         QCoreApplication::processEvents();
     }
 }
@@ -58,8 +51,6 @@ void PackageList::browse()
     if (chosen.isEmpty())
         return;
     QCoreApplication::processEvents();
-    ResetUnzipper();
-    PackageArchiveReader::instance().setArchivePath(chosen);
     if (!AddPackageEntry(chosen))
         m_prompt.showMessage(ProgramTitle, QStringLiteral("File is not a valid Firmware Package"));
 }
@@ -69,15 +60,11 @@ void PackageList::selectionChanged()
     QListWidgetItem *item = m_list.currentItem();
     if (m_list.count() == 0 || !item)
         return;
-    ResetUnzipper();
-    PackagePath = m_packagePaths.value(QString::number(item->data(Qt::UserRole).toInt()));
-    PackageArchiveReader &reader = PackageArchiveReader::instance();
-    reader.setArchivePath(PackagePath);
-    reader.setMemberName(NotesMember);
-    if (reader.countMatching() == 0) {
+    m_selected = Package(m_packagePaths.value(QString::number(item->data(Qt::UserRole).toInt())));
+    emit packageSelected(m_selected);
+    const std::optional<QString> notes = m_selected.readTextPrefix(NotesMember, NotesBytes);
+    if (notes)
+        m_notes.setText(*notes);
+    else
         m_notes.clear();
-        return;
-    }
-    int32_t delivered = 0;
-    m_notes.setText(reader.extractText(0, NotesBytes, delivered));
 }

@@ -4,8 +4,6 @@
 #include "engine/QX_UploadProcess.h"
 #include "wizard/PackageList.h"
 #include "wizard/WizardPrompt.h"
-#include "package/PackageAccess.h"
-#include "package/PackageArchiveReader.h"
 
 #include <QComboBox>
 #include <QListWidget>
@@ -35,8 +33,6 @@ void frmWizard::startUp(const QString &commandLine)
         GoToStep(SelectFirmware, None);
         return;
     }
-    ResetUnzipper();
-    PackageArchiveReader::instance().setArchivePath(m_commandLine.FilePath());
     m_packages->AddPackageEntry(m_commandLine.FilePath());
     m_engine->setFilename(QStringLiteral("KDCONFIG.INI"));
 

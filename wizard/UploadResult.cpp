@@ -3,7 +3,6 @@
 
 #include "engine/QX_UploadProcess.h"
 #include "engine/ResultText.h"
-#include "package/PackageAccess.h"
 
 #include <QCoreApplication>
 #include <QPushButton>
@@ -15,8 +14,7 @@ void frmWizard::RunUpload()
     if (m_uploadRunning)
         return; // one run at a time: the engine and its layer belong to the run on the stack
     setRunning(true); // before the yield below, where a click could otherwise start another
-    ResetUnzipper();
-    const std::optional<QString> closingText = ReadPackageText(QStringLiteral("Final.txt"));
+    const std::optional<QString> closingText = m_engine->package().readText(QStringLiteral("Final.txt"));
     QCoreApplication::processEvents();
     EngineError = m_engine.get();
 

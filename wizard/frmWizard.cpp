@@ -39,6 +39,7 @@ frmWizard::frmWizard(WizardServices services, QWidget *parent) : QWidget(parent)
     m_engine = std::make_unique<QX_UploadProcess>(m_services.appLayerFactory, *m_prompt);
     buildSteps();
     m_packages = std::make_unique<PackageList>(*m_lstPackages, *m_lblPackageNotes, *m_prompt, m_services.chooseFile);
+    connect(m_packages.get(), &PackageList::packageSelected, m_engine.get(), &QX_UploadProcess::setPackage);
 
     connect(m_cmdNav[Help], &QPushButton::clicked, this, &frmWizard::onHelp);
     connect(m_cmdNav[CancelButton], &QPushButton::clicked, this, &frmWizard::onCancel);

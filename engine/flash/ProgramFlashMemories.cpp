@@ -5,7 +5,6 @@
 #include "config/EntryFields.h"
 #include "config/ErrorCodes.h"
 #include "config/TextFormat.h"
-#include "package/PackageAccess.h"
 
 #include <array>
 
@@ -47,14 +46,14 @@ bool QX_UploadProcess::programEntry(const QX_Program &entry, uint8_t *buffer)
 {
     const QString action = QStringLiteral("Program File = ") + entry.Filename();
     const QX_Memory &memory = *memoryHolding(entry.LoadAddress(), entry.EndAddress());
-    const int32_t length = PackageFileSize(entry.Filename());
+    const int32_t length = m_package.PackageFileSize(entry.Filename());
     int32_t sent = 0;
     uint32_t hostSum = 0;
     int32_t blocks = 0; // 32 bits: a large image must not wrap the logged count
     int16_t lastPercent = 0;
     do {
         ++blocks;
-        const int32_t n = ReadPackageFile(entry.Filename(), buffer, MaxProgLen, sent);
+        const int32_t n = m_package.ReadPackageFile(entry.Filename(), buffer, MaxProgLen, sent);
         if (n <= 0 && sent < length) {
             // The member cannot be read (damaged archive): stop instead of sending nothing for ever.
             AddLogLine(QStringLiteral("Prog ERROR"));

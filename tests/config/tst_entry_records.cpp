@@ -1,15 +1,15 @@
-// The five entry records: fields, end addresses, file checks, chip names, the overwrite
-// question of read-back files.
+// The five entry records: fields, end addresses, file checks against the package, chip
+// names, and the read-back file's overwrite question.
 #include "config/QX_Download.h"
 #include "config/QX_Erase.h"
 #include "config/QX_Memory.h"
 #include "config/QX_Program.h"
 #include "config/QX_TransferProgram.h"
-#include "config/TextFormat.h"
 #include "tests/support/ScriptedPrompt.h"
 #include "tests/support/TestPackage.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -23,11 +23,14 @@ private slots:
         QTest::addColumn<int>("length");
         QTest::addColumn<int>("end");
         QTest::addColumn<int>("index");
-        QTest::newRow("hex with 0X") << "0X0, 0X80000, AM29F040" << 0 << 524288 << 524288 << 22;
-        QTest::newRow("0x and &H") << "0x20000,&H20000,I28F016" << 131072 << 131072 << 262144 << 23;
-        QTest::newRow("decimal") << "4096,4096,AM29LV800" << 4096 << 4096 << 8192 << 24;
+        QTest::addColumn<QString>("message");
+        QTest::newRow("hex with 0X") << "0X0, 0X80000, AM29F040" << 0 << 524288 << 524288 << 22 << "OK";
+        QTest::newRow("0x and &H") << "0x20000,&H20000,I28F016" << 131072 << 131072 << 262144 << 23 << "OK";
+        QTest::newRow("decimal") << "4096,4096,AM29LV800" << 4096 << 4096 << 8192 << 24 << "OK";
         QTest::newRow("top of the address space wraps to 0")
-            << "0XFFF00000,0X100000,AM28F010" << int(0xFFF00000) << 0x100000 << 0 << 17;
+            << "0XFFF00000,0X100000,AM28F010" << int(0xFFF00000) << 0x100000 << 0 << 17 << "OK";
+        QTest::newRow("chip names match with case") << "0X0,0X80000,am29f040" << 0 << 524288 << 524288 << 0
+                                                    << "Flash Memory Name Invalid am29f040";
     }
     void memoryFields()
     {
@@ -36,53 +39,44 @@ private slots:
         QFETCH(int, length);
         QFETCH(int, end);
         QFETCH(int, index);
+        QFETCH(QString, message);
         QX_Memory memory;
-        QVERIFY(memory.Init(value));
+        QVERIFY(memory.Init(value)); // an unknown chip still makes an entry
         QCOMPARE(memory.StartAddress(), start);
         QCOMPARE(memory.Length(), length);
         QCOMPARE(memory.EndAddress(), end);
         QCOMPARE(memory.FlashnameIndex(), index);
-        QVERIFY(memory.Validate());
-        QCOMPARE(memory.QX_Error_GetLastError(), 0);
+        QCOMPARE(memory.Validate(), index != 0);
+        QCOMPARE(memory.QX_Error_GetLastErrorString(), message);
     }
 
-    void everyChipOfTheFlashTable()
-    {
-        const QStringList chips = {"AM28F010", "I28F010", "AM28F020", "I28F020",
-                                   "AM29F010", "AM29F040", "I28F016", "AM29LV800"};
-        for (int i = 0; i < chips.size(); ++i) {
-            QX_Memory memory;
-            QVERIFY(memory.Init(QStringLiteral("0,1,") + chips[i]));
-            QCOMPARE(memory.FlashnameIndex(), 17 + i);
-        }
-    }
-
-    void unknownChipIsCreatedButInvalid()
-    {
-        QX_Memory memory;
-        QVERIFY(memory.Init(QStringLiteral("0X0,0X80000,am29f040")));
-        QVERIFY(!memory.Validate());
-        QCOMPARE(memory.FlashnameIndex(), 0);
-        QCOMPARE(memory.QX_Error_GetLastErrorString(), QStringLiteral("Flash Memory Name Invalid am29f040"));
-    }
-
-    void malformedValuesFailInit_data()
+    void eraseFields_data()
     {
         QTest::addColumn<QString>("value");
-        QTest::newRow("one field") << "0X40000";
-        QTest::newRow("letters") << "12AB,0X100";
-        QTest::newRow("empty field") << ",0X100";
-        QTest::newRow("NA") << "NA";
-        QTest::newRow("overflow") << "0X1FFFFFFFF,0X100";
+        QTest::addColumn<bool>("valid");
+        QTest::addColumn<int>("address");
+        QTest::addColumn<int>("end");
+        QTest::newRow("extra fields are ignored") << "0X40000,0X40000,99" << true << 0x40000 << 0x80000;
+        QTest::newRow("eight digits are negative") << "0XFFFFFFFF,1" << true << -1 << 0;
+        for (const char *value : {"0X40000", "12AB,0X100", ",0X100", "NA", "0X1FFFFFFFF,0X100"})
+            QTest::addRow("malformed %s", value) << value << false << 0 << 0;
     }
-    void malformedValuesFailInit()
+    void eraseFields()
     {
         QFETCH(QString, value);
+        QFETCH(bool, valid);
+        QFETCH(int, address);
+        QFETCH(int, end);
         QX_Erase erase;
-        QVERIFY(!erase.Init(value));
-        QX_Memory memory;
-        QVERIFY(!memory.Init(value + QStringLiteral(",AM29F040")));
+        QCOMPARE(erase.Init(value), valid);
         QCOMPARE(erase.QX_Error_GetLastError(), 0); // a malformed value leaves the holder alone
+        if (valid) {
+            QCOMPARE(erase.EraseAddress(), address);
+            QCOMPARE(erase.EndAddress(), end);
+        } else {
+            QX_Memory memory;
+            QVERIFY(!memory.Init(value + QStringLiteral(",AM29F040")));
+        }
     }
 
     void fieldsBeforeABadOneStaySet()
@@ -93,130 +87,101 @@ private slots:
         QCOMPARE(memory.Flashname(), QString());
     }
 
-    void eraseIgnoresExtraFields()
+    void filesMustBeMembersOfThePackage_data()
     {
-        QX_Erase erase;
-        QVERIFY(erase.Init(QStringLiteral("0X40000,0X40000,99")));
-        QCOMPARE(erase.EraseAddress(), 0x40000);
-        QCOMPARE(erase.EndAddress(), 524288);
-        QCOMPARE(TextFormat::hex(erase.Length()), QStringLiteral("40000"));
+        QTest::addColumn<bool>("transfer");
+        QTest::addColumn<int>("memberSize"); // -1: not in the package
+        QTest::addColumn<int>("length");
+        QTest::addColumn<int>("end");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("transfer program") << true << 3000 << 3000 << 7096 << "OK";
+        QTest::newRow("transfer program missing") << true << -1 << 0 << 0 << "Transfer Entry invalid File Not Found IMG.BIN";
+        QTest::newRow("transfer program empty") << true << 0 << 0 << 4096 << "Transfer Entry invalid File Is Empty IMG.BIN";
+        QTest::newRow("image") << false << 1000 << 1000 << 5096 << "OK";
+        QTest::newRow("image missing") << false << -1 << 0 << 0 << "Program Entry Invalid File Not Found IMG.BIN";
+        QTest::newRow("image empty") << false << 0 << 0 << 4096 << "Program Entry Invalid File Is Empty IMG.BIN";
     }
-
-    void eightDigitAddressesAreNegative()
+    void filesMustBeMembersOfThePackage()
     {
-        QX_Erase erase;
-        QVERIFY(erase.Init(QStringLiteral("0XFFFFFFFF,1")));
-        QCOMPARE(erase.EraseAddress(), -1);
-        QCOMPARE(TextFormat::hex(erase.EraseAddress()), QStringLiteral("FFFFFFFF"));
-    }
-
-    void transferProgramTakesItsLengthFromThePackage()
-    {
-        TestPackage package;
-        package.member(QStringLiteral("TP.BIN"), TestPackage::pattern(3000)).select();
-        QX_TransferProgram transfer;
-        QVERIFY(transfer.Init(QStringLiteral("TP.BIN,0X1000,0X1000"), QString()));
-        QVERIFY(transfer.Validate());
-        QCOMPARE(transfer.Length(), 3000);
-        QCOMPARE(transfer.LoadAddress(), 4096);
-        QCOMPARE(transfer.EndAddress(), 7096);
-        QCOMPARE(transfer.ExecAddress(), 4096);
-    }
-
-    void transferProgramMissingFromThePackage()
-    {
-        TestPackage package;
-        package.member(QStringLiteral("OTHER.BIN"), "x").select();
-        QX_TransferProgram transfer;
-        QVERIFY(transfer.Init(QStringLiteral("TP.BIN,0X1000,0X1000"), QString()));
-        QVERIFY(!transfer.Validate());
-        QCOMPARE(transfer.EndAddress(), 0);
-        QCOMPARE(transfer.QX_Error_GetLastErrorString(), QStringLiteral("Transfer Entry invalid File Not Found TP.BIN"));
-    }
-
-    void programEntryFileCheckAndLength()
-    {
-        TestPackage package;
-        package.member(QStringLiteral("MAIN.BIN"), TestPackage::pattern(1000)).select();
-        QX_Program program;
-        QVERIFY(program.Init(QStringLiteral("0X10000, MAIN.BIN"), QString()));
-        QVERIFY(program.Validate());
-        QCOMPARE(program.Length(), 1000);
-        QCOMPARE(program.EndAddress(), 0x10000 + 1000);
-
-        QX_Program missing;
-        QVERIFY(missing.Init(QStringLiteral("0X10000,CAL.BIN"), QString()));
-        QVERIFY(!missing.Validate());
-        QCOMPARE(missing.EndAddress(), 0);
-        QCOMPARE(missing.QX_Error_GetLastErrorString(), QStringLiteral("Program Entry Invalid File Not Found CAL.BIN"));
-        missing.setLength(0x100); // as the validation does for a read-back file of that name
-        QVERIFY(missing.Validate());
-        QCOMPARE(missing.EndAddress(), 0x10100);
+        QFETCH(bool, transfer);
+        QFETCH(int, memberSize);
+        QFETCH(int, length);
+        QFETCH(int, end);
+        QFETCH(QString, message);
+        TestPackage source;
+        if (memberSize >= 0)
+            source.member(QStringLiteral("IMG.BIN"), TestPackage::pattern(memberSize));
+        const Package package = source.member(QStringLiteral("OTHER.BIN"), "x").write();
+        const auto check = [&](const auto &entry) {
+            QCOMPARE(entry.Validate(), message == QStringLiteral("OK"));
+            QCOMPARE(entry.Length(), length);
+            QCOMPARE(entry.EndAddress(), end);
+            QCOMPARE(entry.QX_Error_GetLastErrorString(), message);
+        };
+        if (transfer) {
+            QX_TransferProgram entry;
+            QVERIFY(entry.Init(QStringLiteral("IMG.BIN,0X1000,0X1200"), QString(), package));
+            QCOMPARE(entry.ExecAddress(), 0x1200);
+            check(entry);
+        } else {
+            QX_Program entry;
+            QVERIFY(entry.Init(QStringLiteral("0X1000, IMG.BIN"), QString(), package));
+            check(entry);
+            entry.setLength(0x100); // as the validation does for a read-back file of that name
+            QVERIFY(entry.Validate());
+            QCOMPARE(entry.EndAddress(), 0x1100);
+        }
     }
 
     void fileNamesWithADriveOrRootStandAsWritten()
     {
-        TestPackage package;
-        package.select();
         QX_Program program;
-        program.Init(QStringLiteral("0X0,C:\\IMG.BIN"), QStringLiteral("pkg/"));
+        program.Init(QStringLiteral("0X0,C:\\IMG.BIN"), QStringLiteral("pkg/"), Package());
         QCOMPARE(program.Filename(), QStringLiteral("C:\\IMG.BIN"));
-        program.Init(QStringLiteral("0X0,\\IMG.BIN"), QStringLiteral("pkg/"));
+        program.Init(QStringLiteral("0X0,\\IMG.BIN"), QStringLiteral("pkg/"), Package());
         QCOMPARE(program.Filename(), QStringLiteral("\\IMG.BIN"));
-        program.Init(QStringLiteral("0X0,IMG.BIN"), QStringLiteral(" pkg/ "));
+        program.Init(QStringLiteral("0X0,IMG.BIN"), QStringLiteral(" pkg/ "), Package());
         QCOMPARE(program.Filename(), QStringLiteral("pkg/IMG.BIN"));
     }
 
-    void downloadOverwriteQuestion()
+    void readBackFileIsPreparedOrRefused_data()
     {
-        QTemporaryDir dir;
-        const QString path = dir.filePath(QStringLiteral("OUT.BIN"));
-        QFile existing(path);
-        QVERIFY(existing.open(QIODevice::WriteOnly));
-        existing.write("calibration");
-        existing.close();
-
-        QX_Download download;
-        QVERIFY(download.Init(QStringLiteral("0X0,0X100,") + path, QString()));
-        QCOMPARE(download.EndAddress(), 0x100);
-
-        ScriptedPrompt prompt;
-        prompt.answers = {false};
-        QVERIFY(!download.Validate(prompt));
-        QCOMPARE(prompt.questions, QStringList{QStringLiteral("Download Instrument Memory|File Exists ! :\r\n") + path
-                                               + QStringLiteral("\r\n Do you want to overwite the file?")});
-        QCOMPARE(download.QX_Error_GetLastErrorString(), QStringLiteral("Filename Invalid ") + path);
-
-        prompt.answers = {true};
-        QVERIFY(download.Validate(prompt));
-        QFile kept(path);
-        QVERIFY(kept.open(QIODevice::ReadOnly));
-        QCOMPARE(kept.readAll(), QByteArray("calibration")); // not truncated before the read-back
+        QTest::addColumn<QString>("value"); // {DIR} is a fresh folder
+        QTest::addColumn<bool>("existing");
+        QTest::addColumn<bool>("answer");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QByteArray>("fileAfter"); // null: no file
+        QTest::newRow("existing, overwrite declined") << "0,0X100,{DIR}/OUT.BIN" << true << false << 1 << QByteArray("calibration");
+        // Not truncated before the read-back replaces it.
+        QTest::newRow("existing, overwrite accepted") << "0,0X100,{DIR}/OUT.BIN" << true << true << 0 << QByteArray("calibration");
+        QTest::newRow("missing is created without asking") << "0,16,{DIR}/OUT.BIN" << false << false << 0 << QByteArray("");
+        QTest::newRow("folder that cannot hold it") << "0,16,{DIR}/no/such/OUT.BIN" << false << false << 9 << QByteArray();
+        QTest::newRow("empty range") << "0,0,{DIR}/OUT.BIN" << false << false << 9 << QByteArray();
     }
-
-    void downloadCreatesAMissingFileWithoutAsking()
+    void readBackFileIsPreparedOrRefused()
     {
+        QFETCH(QString, value);
+        QFETCH(bool, existing);
+        QFETCH(bool, answer);
+        QFETCH(int, code);
+        QFETCH(QByteArray, fileAfter);
         QTemporaryDir dir;
-        const QString path = dir.filePath(QStringLiteral("NEW.BIN"));
         QX_Download download;
-        QVERIFY(download.Init(QStringLiteral("0,16,") + path, QString()));
+        QVERIFY(download.Init(value.replace(QStringLiteral("{DIR}"), dir.path()), QString()));
+        QFile file(download.Filename());
+        if (existing) {
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write("calibration") == 11);
+            file.close();
+        }
         ScriptedPrompt prompt;
-        QVERIFY(download.Validate(prompt));
-        QVERIFY(prompt.questions.isEmpty());
-        QVERIFY(QFileInfo::exists(path));
-        QCOMPARE(QFileInfo(path).size(), 0);
-    }
-
-    void downloadIntoAFolderThatCannotHoldIt()
-    {
-        QTemporaryDir dir;
-        const QString path = dir.filePath(QStringLiteral("no/such/folder/OUT.BIN"));
-        QX_Download download;
-        QVERIFY(download.Init(QStringLiteral("0,16,") + path, QString()));
-        ScriptedPrompt prompt;
-        QVERIFY(!download.Validate(prompt));
-        QCOMPARE(download.QX_Error_GetLastError(), 9);
-        QVERIFY(download.QX_Error_GetLastErrorString().size() > QStringLiteral("Upload Entry Invalid").size());
+        prompt.answers = {answer};
+        QCOMPARE(download.Validate(prompt), code == 0);
+        QCOMPARE(download.QX_Error_GetLastError(), code);
+        QCOMPARE(prompt.questions.size(), existing ? 1 : 0);
+        if (code == 1)
+            QCOMPARE(download.QX_Error_GetLastErrorString(), QStringLiteral("Filename Invalid ") + download.Filename());
+        QCOMPARE(QFileInfo::exists(download.Filename()), !fileAfter.isNull());
+        QCOMPARE(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray(), fileAfter);
     }
 };
 

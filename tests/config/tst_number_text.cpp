@@ -3,7 +3,6 @@
 
 #include <QtTest>
 
-using namespace NumberText;
 Q_DECLARE_METATYPE(std::optional<int32_t>)
 
 class NumberTextTest : public QObject {
@@ -13,7 +12,6 @@ private slots:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<double>("value");
-        QTest::newRow("plain") << "240" << 240.0;
         QTest::newRow("trailing letters") << "240abc" << 240.0;
         QTest::newRow("blanks anywhere") << "  1 2" << 12.0;
         QTest::newRow("no number") << "abc" << 0.0;
@@ -23,8 +21,7 @@ private slots:
         QTest::newRow("exponent") << "1.5E2" << 150.0;
         QTest::newRow("D exponent") << "1D3" << 1000.0;
         QTest::newRow("exponent without digits") << "7E" << 7.0;
-        QTest::newRow("hex") << "&H10" << 16.0;
-        QTest::newRow("hex lower case") << "&hff" << 255.0;
+        QTest::newRow("hex") << "&hff" << 255.0;
         QTest::newRow("short hex is positive") << "&H8000" << 32768.0;
         QTest::newRow("eight hex digits are signed") << "&HFFFFFFFF" << -1.0;
         QTest::newRow("octal") << "&O17" << 15.0;
@@ -37,61 +34,53 @@ private slots:
         QCOMPARE(NumberText::leadingNumber(text), value);
     }
 
-    void toInt32_data()
+    // A whole value (toInt32), or an entry field whose "0X" reads as hexadecimal (fieldToInt32).
+    void wholeNumbers_data()
     {
+        QTest::addColumn<bool>("field");
         QTest::addColumn<QString>("text");
         QTest::addColumn<std::optional<int32_t>>("value");
         const std::optional<int32_t> none;
-        QTest::newRow("decimal") << "115200" << std::optional<int32_t>(115200);
-        QTest::newRow("blanks around") << "  42 " << std::optional<int32_t>(42);
-        QTest::newRow("halves to even down") << "2.5" << std::optional<int32_t>(2);
-        QTest::newRow("halves to even up") << "3.5" << std::optional<int32_t>(4);
-        QTest::newRow("negative half") << "-2.5" << std::optional<int32_t>(-2);
-        QTest::newRow("largest") << "2147483647" << std::optional<int32_t>(INT32_MAX);
-        QTest::newRow("smallest") << "-2147483648" << std::optional<int32_t>(INT32_MIN);
-        QTest::newRow("one too big") << "2147483648" << none;
-        QTest::newRow("rounds past the top") << "2147483647.5" << none;
-        QTest::newRow("hex") << "&H20000" << std::optional<int32_t>(0x20000);
-        QTest::newRow("hex all ones") << "&HFFFFFFFF" << std::optional<int32_t>(-1);
-        QTest::newRow("hex top bit") << "&H80000000" << std::optional<int32_t>(INT32_MIN);
-        QTest::newRow("short hex positive") << "&HFFFF" << std::optional<int32_t>(65535);
-        QTest::newRow("nine hex digits") << "&H1FFFFFFFF" << none;
-        QTest::newRow("hex without digits") << "&H" << none;
-        QTest::newRow("hex with junk") << "&H12G" << none;
-        QTest::newRow("octal") << "&O777" << std::optional<int32_t>(511);
-        QTest::newRow("letters") << "12AB" << none;
-        QTest::newRow("empty") << "" << none;
-        QTest::newRow("blanks only") << "   " << none;
-        QTest::newRow("exponent") << "1E3" << std::optional<int32_t>(1000);
-        QTest::newRow("huge exponent") << "1E400" << none;
+        const auto row = [](const char *name, bool field, const char *text, std::optional<int32_t> value) {
+            QTest::newRow(name) << field << QString::fromLatin1(text) << value;
+        };
+        row("blanks around", false, "  42 ", 42);
+        row("halves to even down", false, "2.5", 2);
+        row("halves to even up", false, "3.5", 4);
+        row("negative half", false, "-2.5", -2);
+        row("largest", false, "2147483647", INT32_MAX);
+        row("smallest", false, "-2147483648", INT32_MIN);
+        row("one too big", false, "2147483648", none);
+        row("rounds past the top", false, "2147483647.5", none);
+        row("hex all ones", false, "&HFFFFFFFF", -1);
+        row("hex top bit", false, "&H80000000", INT32_MIN);
+        row("short hex positive", false, "&HFFFF", 65535);
+        row("nine hex digits", false, "&H1FFFFFFFF", none);
+        row("hex without digits", false, "&H", none);
+        row("hex with junk", false, "&H12G", none);
+        row("octal", false, "&O777", 511);
+        row("letters", false, "12AB", none);
+        row("empty", false, "", none);
+        row("blanks only", false, "   ", none);
+        row("exponent", false, "1E3", 1000);
+        row("huge exponent", false, "1E400", none);
+        row("0X is no number", false, "0X10", none);
+        row("field 0X", true, "0X20000", 131072);
+        row("field 0x", true, "0x0", 0);
+        row("field &H stays", true, "&H20000", 131072);
+        row("field eight digits", true, "0XFFFFFFFF", -1);
+        row("field only the first 0X", true, "1X0X10", none);
+        row("field 0X in the middle", true, "10X10", none);
+        row("field decimal", true, "4096", 4096);
+        row("field signed hex", true, "-0X10", none);
+        row("field NA", true, "NA", none);
     }
-    void toInt32()
+    void wholeNumbers()
     {
+        QFETCH(bool, field);
         QFETCH(QString, text);
         QFETCH(std::optional<int32_t>, value);
-        QCOMPARE(NumberText::toInt32(text), value);
-    }
-
-    void fieldToInt32_data()
-    {
-        QTest::addColumn<QString>("field");
-        QTest::addColumn<std::optional<int32_t>>("value");
-        const std::optional<int32_t> none;
-        QTest::newRow("0X") << "0X20000" << std::optional<int32_t>(131072);
-        QTest::newRow("0x") << "0x0" << std::optional<int32_t>(0);
-        QTest::newRow("&H stays") << "&H20000" << std::optional<int32_t>(131072);
-        QTest::newRow("eight digits") << "0XFFFFFFFF" << std::optional<int32_t>(-1);
-        QTest::newRow("only the first 0X") << "1X0X10" << none;
-        QTest::newRow("0X in the middle") << "10X10" << none;
-        QTest::newRow("decimal") << "4096" << std::optional<int32_t>(4096);
-        QTest::newRow("signed hex") << "-0X10" << none;
-        QTest::newRow("NA") << "NA" << none;
-    }
-    void fieldToInt32()
-    {
-        QFETCH(QString, field);
-        QFETCH(std::optional<int32_t>, value);
-        QCOMPARE(NumberText::fieldToInt32(field), value);
+        QCOMPARE(field ? NumberText::fieldToInt32(text) : NumberText::toInt32(text), value);
     }
 };
 

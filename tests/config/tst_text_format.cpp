@@ -8,46 +8,35 @@ using namespace TextFormat;
 class TextFormatTest : public QObject {
     Q_OBJECT
 private slots:
+    void hexIsUpperCaseWithoutLeadingZeros_data()
+    {
+        QTest::addColumn<int>("value");
+        QTest::addColumn<QString>("hex32");
+        QTest::addColumn<QString>("hex16");
+        QTest::newRow("0") << 0 << "0" << "0";
+        QTest::newRow("0x43") << 0x43 << "43" << "43";
+        QTest::newRow("0x12AD4") << 0x12AD4 << "12AD4" << "2AD4";
+        QTest::newRow("largest") << 0x7FFFFFFF << "7FFFFFFF" << "FFFF";
+        QTest::newRow("-1 in two's complement") << -1 << "FFFFFFFF" << "FFFF";
+        QTest::newRow("-32768") << -32768 << "FFFF8000" << "8000";
+        QTest::newRow("smallest") << INT32_MIN << "80000000" << "0";
+    }
     void hexIsUpperCaseWithoutLeadingZeros()
     {
-        QCOMPARE(hex(0), QStringLiteral("0"));
-        QCOMPARE(hex(0x89), QStringLiteral("89"));
-        QCOMPARE(hex(0x1000), QStringLiteral("1000"));
-        QCOMPARE(hex(0x12AD4), QStringLiteral("12AD4"));
-        QCOMPARE(hex(0x7FFFFFFF), QStringLiteral("7FFFFFFF"));
-    }
-
-    void negativeValuesShowTheirTwosComplementWidth()
-    {
-        QCOMPARE(hex(-1), QStringLiteral("FFFFFFFF"));
-        QCOMPARE(hex(INT32_MIN), QStringLiteral("80000000"));
-        QCOMPARE(hex16(-1), QStringLiteral("FFFF"));
-        QCOMPARE(hex16(-32768), QStringLiteral("8000"));
-        QCOMPARE(hex16(67), QStringLiteral("43"));
-        QCOMPARE(hex16(32), QStringLiteral("20"));
-    }
-
-    void decimalHasNoPadding()
-    {
-        QCOMPARE(dec(0), QStringLiteral("0"));
-        QCOMPARE(dec(125), QStringLiteral("125"));
-        QCOMPARE(dec(-3), QStringLiteral("-3"));
+        QFETCH(int, value);
+        QFETCH(QString, hex32);
+        QFETCH(QString, hex16);
+        QCOMPARE(hex(value), hex32);
+        QCOMPARE(TextFormat::hex16(static_cast<int16_t>(value)), hex16);
     }
 
     void halvesRoundToEven_data()
     {
         QTest::addColumn<double>("value");
         QTest::addColumn<qint64>("rounded");
-        QTest::newRow("0.5") << 0.5 << qint64(0);
-        QTest::newRow("1.5") << 1.5 << qint64(2);
-        QTest::newRow("2.5") << 2.5 << qint64(2);
-        QTest::newRow("20.5") << 20.5 << qint64(20);
-        QTest::newRow("21.5") << 21.5 << qint64(22);
-        QTest::newRow("22.5") << 22.5 << qint64(22);
-        QTest::newRow("-0.5") << -0.5 << qint64(0);
-        QTest::newRow("-1.5") << -1.5 << qint64(-2);
-        QTest::newRow("2.4999") << 2.4999 << qint64(2);
-        QTest::newRow("2.5001") << 2.5001 << qint64(3);
+        for (const auto &[value, rounded] : {std::pair{0.5, 0}, {1.5, 2}, {2.5, 2}, {20.5, 20}, {21.5, 22}, {22.5, 22},
+                                             {-0.5, 0}, {-1.5, -2}, {2.4999, 2}, {2.5001, 3}})
+            QTest::addRow("%g", value) << value << qint64(rounded);
     }
     void halvesRoundToEven()
     {
@@ -56,19 +45,24 @@ private slots:
         QCOMPARE(roundHalfEven(value), rounded);
     }
 
-    void actionPercentOfBlocks()
+    void actionPercent_data()
     {
-        // 1000 bytes in blocks of 240: 23, 47, 71, 95, 99.
-        const QList<int> expected = {23, 47, 71, 95, 99};
-        QList<int> seen;
-        for (int done : {240, 480, 720, 960, 1000})
-            seen << actionPercent(done, 1000);
-        QCOMPARE(seen, expected);
-        QCOMPARE(actionPercent(0, 1000), int16_t(-1));
-        // 100 * 3 / 4 - 1 = 74, 100 * 1 / 8 - 1 = 11.5 -> 12, 100 * 3 / 8 - 1 = 36.5 -> 36
-        QCOMPARE(actionPercent(3, 4), int16_t(74));
-        QCOMPARE(actionPercent(1, 8), int16_t(12));
-        QCOMPARE(actionPercent(3, 8), int16_t(36));
+        QTest::addColumn<int>("done");
+        QTest::addColumn<int>("total");
+        QTest::addColumn<int>("percent");
+        // 1000 bytes in blocks of 240, then 100 * done / total - 1 with halves to even.
+        for (const auto &[done, percent] : {std::pair{0, -1}, {240, 23}, {480, 47}, {720, 71}, {960, 95}, {1000, 99}})
+            QTest::addRow("%d of 1000", done) << done << 1000 << percent;
+        QTest::newRow("74 exactly") << 3 << 4 << 74;
+        QTest::newRow("11.5 -> 12") << 1 << 8 << 12;
+        QTest::newRow("36.5 -> 36") << 3 << 8 << 36;
+    }
+    void actionPercent()
+    {
+        QFETCH(int, done);
+        QFETCH(int, total);
+        QFETCH(int, percent);
+        QCOMPARE(TextFormat::actionPercent(done, total), int16_t(percent));
     }
 };
 

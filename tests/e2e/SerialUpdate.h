@@ -50,8 +50,9 @@ struct Update {
             "ERASE=0X10000,0X30000\r\nERASE1=0X100000,0X10000\r\n"
             "[FILES]\r\nUPLOAD=0X0,0X400,%1/CAL.BIN\r\nPROGRAM=0X10000,MAIN.BIN\r\nPROGRAM1=0X100000,TEXT.BIN\r\n")
                                    .arg(folder.path(), port);
-        package.config(config).member(QStringLiteral("TP.BIN"), transfer).member(QStringLiteral("MAIN.BIN"), MainImage)
-            .member(QStringLiteral("TEXT.BIN"), TextImage).select();
+        engine.setPackage(package.config(config).member(QStringLiteral("TP.BIN"), transfer)
+                              .member(QStringLiteral("MAIN.BIN"), MainImage).member(QStringLiteral("TEXT.BIN"), TextImage)
+                              .write());
         QObject::connect(&engine, &QX_UploadProcess::ActionUpdate, &engine, [this](const QString &line) { log << line; });
         engine.setFilename(QStringLiteral("KDCONFIG.INI"));
     }

@@ -1,14 +1,12 @@
-// Fuzz target for the archive reader and the configuration loader. The first input byte
+// Fuzz target for the package and the configuration loader. The first input byte
 // picks what the rest is: an archive file as it lies on disk (even), or the text of a
-// package's configuration file inside a well-formed package (odd). Either way every reader
+// package's configuration file inside a well-formed package (odd). Either way every package
 // operation and a full load must end in a code, never a crash, hang or huge allocation.
 #include "engine/QX_UploadProcess.h"
 #include "tests/support/RecordingDisplay.h"
 #include "tests/support/ScriptedPrompt.h"
 #include "tools/package-builder/PackageBuilder.h"
-#include "package/PackageAccess.h"
-#include "package/PackageArchiveReader.h"
-#include "package/PackagePath.h"
+#include "package/Package.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -45,24 +43,18 @@ void writeInput(const QString &path, const uint8_t *data, size_t size, bool asCo
     builder.write(path, nullptr);
 }
 
-void exerciseReader()
+void exercisePackage(const Package &package)
 {
-    PackageArchiveReader &reader = PackageArchiveReader::instance();
-    ResetUnzipper();
-    reader.setArchivePath(PackagePath);
-    (void)reader.comment();
-    reader.setMemberName(QStringLiteral("KDCONFIG.INI"));
-    if (reader.countMatching() > 0) {
-        int32_t delivered = 0;
-        (void)reader.extractText(reader.memberSize() / 2, 5000, delivered);
-    }
+    (void)package.comment();
+    (void)package.members();
+    (void)package.readTextPrefix(QStringLiteral("KDCONFIG.INI"), 5000);
     uint8_t block[4001];
     for (const char *name : {"MAIN.BIN", "TP.BIN", "KDCONFIG.INI"}) {
-        const int32_t size = PackageFileSize(QLatin1String(name));
+        const int32_t size = package.PackageFileSize(QLatin1String(name));
         for (int32_t offset = 0; offset < size && offset < 20000; offset += 4000)
-            ReadPackageFile(QLatin1String(name), block, 4000, offset);
+            package.ReadPackageFile(QLatin1String(name), block, 4000, offset);
     }
-    (void)ReadPackageText(QStringLiteral("Readme.txt"));
+    (void)package.readText(QStringLiteral("Readme.txt"));
 }
 
 } // namespace
@@ -75,21 +67,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("fuzz.KDPKG"));
     writeInput(path, data + 1, size - 1, (data[0] & 1) != 0);
-    PackagePath = path;
-    ClearPackageFileCache();
+    const Package package(path);
 
-    exerciseReader();
+    exercisePackage(package);
     ScriptedPrompt prompt;
     RecordingDisplay display;
     display.advanced = true;
     QX_UploadProcess engine([](const EngineWait &) { return std::unique_ptr<ApplicationLayer>(); }, prompt);
     engine.UploadWizard_Running(display);
+    engine.setPackage(package);
     display.onPortText = [&](const QString &port) { engine.setComPort(port.trimmed()); };
     display.onLanguageText = [&](const QString &lang) { engine.setFirmwareLanguage(lang.trimmed()); };
     engine.setFilename(QStringLiteral("KDCONFIG.INI"));
     engine.DisplayConfiguration();
     if (engine.QX_Error_GetLastError() == 0)
         engine.setFirmwareLanguage(QStringLiteral("GERMAN"));
-    ClearPackageFileCache();
     return 0;
 }

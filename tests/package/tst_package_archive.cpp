@@ -1,10 +1,8 @@
-// The package archive reader, the one-member cache, text members, the package builder, and
-// archives that are broken, truncated, forged or not archives at all.
+// The package: members found, sized and read in blocks through the shared one-member cache,
+// text members, the package builder, and archives that are broken, truncated, forged or not
+// archives at all.
 #include "tests/support/TestPackage.h"
 #include "tools/package-builder/PackageBuilder.h"
-#include "package/PackageAccess.h"
-#include "package/PackageArchiveReader.h"
-#include "package/PackagePath.h"
 
 #include <QFile>
 #include <QProcess>
@@ -30,13 +28,12 @@ void writeFile(const QString &path, const QByteArray &bytes)
     file.write(bytes);
 }
 
-PackageArchiveReader &readerOn(const QString &archive, const QString &member)
+// The archive file of a package holding one member.
+QByteArray archiveOf(const QString &name, const QByteArray &data)
 {
-    PackageArchiveReader &reader = PackageArchiveReader::instance();
-    reader.reset();
-    reader.setArchivePath(archive);
-    reader.setMemberName(member);
-    return reader;
+    TestPackage package;
+    package.member(name, data).write();
+    return readFile(package.path());
 }
 
 // Every uncompressed-size field of the archive's headers set to value: the local header
@@ -50,170 +47,119 @@ QByteArray withForgedSizes(QByteArray zip, quint32 value)
     return zip;
 }
 
+// Bytes of member name from offset, read as the programming pass does.
+QByteArray readAt(const Package &package, const QString &name, int32_t count, int32_t offset)
+{
+    std::array<uint8_t, 4001> block{};
+    const int32_t n = package.ReadPackageFile(name, block.data(), count, offset);
+    return QByteArray(reinterpret_cast<const char *>(block.data()), std::max(n, 0));
+}
+
 } // namespace
 
 class PackageArchiveTest : public QObject {
     Q_OBJECT
 private slots:
-    void init() { ClearPackageFileCache(); }
-
-    void commentAndMembers()
+    void membersMatchExactlyAndAbsentOnesHaveSizeZero()
     {
-        TestPackage package;
-        const QString path = package.member(QStringLiteral("KDCONFIG.INI"), "[HOST]")
-                                 .member(QStringLiteral("readme.txt"), "lower")
-                                 .comment(QStringLiteral("Firmware 2.07 for the Model 7"))
-                                 .select();
-        PackageArchiveReader &reader = readerOn(path, QStringLiteral("KDCONFIG.INI"));
-        QCOMPARE(reader.commentSize(), 29);
-        QCOMPARE(reader.comment(), QStringLiteral("Firmware 2.07 for the Model 7"));
-        QCOMPARE(reader.countMatching(), 1);
-        QCOMPARE(reader.memberSize(), 6);
-        QCOMPARE(readerOn(path, QStringLiteral("Readme.txt")).countMatching(), 0); // names match exactly
-        QCOMPARE(readerOn(path, QStringLiteral("KDCONFIG")).countMatching(), 0);
-
-        TestPackage bare;
-        QCOMPARE(readerOn(bare.member(QStringLiteral("A"), "a").select(), QStringLiteral("A")).commentSize(), 0);
-    }
-
-    void textSlices()
-    {
-        TestPackage package;
-        const QString path = package.member(QStringLiteral("T.TXT"), "0123456789").select();
-        PackageArchiveReader &reader = readerOn(path, QStringLiteral("T.TXT"));
-        int32_t delivered = -1;
-        QCOMPARE(reader.extractText(0, 4, delivered), QStringLiteral("0123"));
-        QCOMPARE(delivered, 4);
-        QCOMPARE(reader.extractText(8, 4, delivered), QStringLiteral("89"));
-        QCOMPARE(delivered, 2);
-        QCOMPARE(reader.extractText(10, 4, delivered), QString());
-        QCOMPARE(delivered, 0);
-    }
-
-    void existsAndSize()
-    {
-        TestPackage package;
-        package.member(QStringLiteral("MAIN.BIN"), TestPackage::pattern(1000)).select();
-        QVERIFY(PackageFileExists(QStringLiteral("MAIN.BIN")));
-        QCOMPARE(PackageFileSize(QStringLiteral("MAIN.BIN")), 1000);
-        QVERIFY(!PackageFileExists(QStringLiteral("GONE.BIN")));
-        QCOMPARE(PackageFileSize(QStringLiteral("GONE.BIN")), 0);
-    }
-
-    void blockReadsExtractOnce()
-    {
-        TestPackage package;
-        const QByteArray image = TestPackage::pattern(1000, 3);
-        package.member(QStringLiteral("MAIN.BIN"), image).select();
-        const int64_t fillsBefore = PackageFileCacheFills();
-        std::array<uint8_t, 4001> block{};
-        QByteArray collected;
-        for (int32_t offset = 0; offset < 1000; offset += 240) {
-            const int32_t n = ReadPackageFile(QStringLiteral("MAIN.BIN"), block.data(), 240, offset);
-            QCOMPARE(n, std::min(240, 1000 - offset));
-            collected.append(reinterpret_cast<const char *>(block.data()), n);
+        TestPackage source;
+        const Package package = source.member(QStringLiteral("MAIN.BIN"), TestPackage::pattern(1000))
+                                    .member(QStringLiteral("readme.txt"), "lower")
+                                    .comment(QStringLiteral("Firmware 2.07 for the Model 7"))
+                                    .write();
+        QCOMPARE(package.comment(), std::optional<QString>(QStringLiteral("Firmware 2.07 for the Model 7")));
+        QVERIFY(package.PackageFileExists(QStringLiteral("MAIN.BIN")));
+        QCOMPARE(package.PackageFileSize(QStringLiteral("MAIN.BIN")), 1000);
+        for (const QString &absent : {QStringLiteral("GONE.BIN"), QStringLiteral("Readme.txt"), QStringLiteral("MAIN")}) {
+            QVERIFY(!package.PackageFileExists(absent));
+            QCOMPARE(package.PackageFileSize(absent), 0);
         }
-        QCOMPARE(collected, image);
-        QCOMPARE(PackageFileCacheFills() - fillsBefore, 1);
-        QCOMPARE(ReadPackageFile(QStringLiteral("MAIN.BIN"), block.data(), 240, 1000), 0);
-        QCOMPARE(ReadPackageFile(QStringLiteral("MAIN.BIN"), block.data(), 240, 5000), 0);
-        QCOMPARE(ReadPackageFile(QStringLiteral("GONE.BIN"), block.data(), 240, 0), 0);
+        TestPackage bare;
+        QCOMPARE(bare.member(QStringLiteral("A"), "a").write().comment(), std::nullopt);
     }
 
-    void anotherPackageOrMemberRefillsTheCache()
+    void blocksOfOneMemberAreExtractedOnceForEveryCopy()
+    {
+        TestPackage source;
+        const QByteArray image = TestPackage::pattern(1000, 3);
+        const Package package = source.member(QStringLiteral("MAIN.BIN"), image).write();
+        const Package engineCopy = package; // as the window hands it to the engine
+        QByteArray collected;
+        for (int32_t offset = 0; offset < 1000; offset += 240)
+            collected += readAt(offset % 480 ? engineCopy : package, QStringLiteral("MAIN.BIN"), 240, offset);
+        QCOMPARE(collected, image); // the last block is the 40 bytes that exist
+        QCOMPARE(package.cacheFills(), 1);
+        QCOMPARE(readAt(package, QStringLiteral("MAIN.BIN"), 240, 1000), QByteArray());
+        QCOMPARE(readAt(package, QStringLiteral("MAIN.BIN"), 240, 5000), QByteArray());
+        QCOMPARE(readAt(package, QStringLiteral("GONE.BIN"), 240, 0), QByteArray());
+        QCOMPARE(engineCopy.cacheFills(), 2);
+    }
+
+    void aMemberOfTheSameNameInAnotherPackageIsThatPackagesOwn()
     {
         TestPackage first(QStringLiteral("first.KDPKG")), second(QStringLiteral("second.KDPKG"));
-        first.member(QStringLiteral("MAIN.BIN"), "first package").member(QStringLiteral("B.BIN"), "bee").select();
-        second.member(QStringLiteral("MAIN.BIN"), "second package").select();
-        std::array<uint8_t, 64> block{};
-        PackagePath = first.path();
-        QCOMPARE(ReadPackageFile(QStringLiteral("MAIN.BIN"), block.data(), 64, 0), 13);
-        QCOMPARE(QByteArray(reinterpret_cast<const char *>(block.data()), 13), QByteArray("first package"));
-        PackagePath = second.path();
-        QCOMPARE(ReadPackageFile(QStringLiteral("MAIN.BIN"), block.data(), 64, 0), 14);
-        QCOMPARE(QByteArray(reinterpret_cast<const char *>(block.data()), 14), QByteArray("second package"));
-        PackagePath = first.path();
-        const int64_t fills = PackageFileCacheFills();
-        QCOMPARE(ReadPackageFile(QStringLiteral("B.BIN"), block.data(), 64, 0), 3);
-        QCOMPARE(PackageFileCacheFills(), fills + 1);
+        const Package one = first.member(QStringLiteral("MAIN.BIN"), "first package").member(QStringLiteral("B.BIN"), "bee").write();
+        const Package two = second.member(QStringLiteral("MAIN.BIN"), "second package").write();
+        QCOMPARE(readAt(one, QStringLiteral("MAIN.BIN"), 64, 0), QByteArray("first package"));
+        QCOMPARE(readAt(two, QStringLiteral("MAIN.BIN"), 64, 0), QByteArray("second package"));
+        QCOMPARE(readAt(one, QStringLiteral("B.BIN"), 64, 0), QByteArray("bee"));
+        QCOMPARE(readAt(one, QStringLiteral("MAIN.BIN"), 64, 0), QByteArray("first package"));
+        QCOMPARE(one.cacheFills(), 3); // another member replaces the one kept
     }
 
-    void textMembersInPieces()
+    void textMembersAreReadWholeOrFromTheirStart()
     {
-        TestPackage package;
         QByteArray longText;
         for (int i = 0; longText.size() < 12345; ++i)
             longText += "line " + QByteArray::number(i) + "\r\n";
-        longText.truncate(12345);
-        package.member(QStringLiteral("Readme.txt"), longText).member(QStringLiteral("Final.txt"), QByteArray()).select();
-        QCOMPARE(ReadPackageText(QStringLiteral("Readme.txt")).value().toLatin1(), longText);
-        QCOMPARE(ReadPackageText(QStringLiteral("Final.txt")), std::optional<QString>(QString()));
-        QVERIFY(!ReadPackageText(QStringLiteral("KDNOTES.TXT")).has_value());
+        TestPackage source;
+        const Package package =
+            source.member(QStringLiteral("Readme.txt"), longText).member(QStringLiteral("Final.txt"), QByteArray()).write();
+        QCOMPARE(package.readText(QStringLiteral("Readme.txt")).value().toLatin1(), longText);
+        QCOMPARE(package.readTextPrefix(QStringLiteral("Readme.txt"), 256).value().toLatin1(), longText.left(256));
+        QCOMPARE(package.readText(QStringLiteral("Final.txt")), std::optional<QString>(QString()));
+        QCOMPARE(package.readText(QStringLiteral("KDNOTES.TXT")), std::nullopt);
     }
 
-    void brokenFilesReadAsArchivesWithoutMembers_data()
+    void unreadableArchivesAndMembersDeliverNothing_data()
     {
         QTest::addColumn<QByteArray>("bytes");
-        QTest::newRow("empty file") << QByteArray();
-        QTest::newRow("random bytes") << TestPackage::pattern(10000, 5);
-        QTest::newRow("zip signature only") << QByteArray("PK\x03\x04");
-        TestPackage real;
-        real.member(QStringLiteral("MAIN.BIN"), TestPackage::pattern(5000)).select();
-        const QByteArray whole = readFile(real.path());
-        QTest::newRow("truncated archive") << whole.left(whole.size() / 2);
-        QTest::newRow("archive without its last byte") << whole.chopped(1);
+        QTest::addColumn<bool>("exists");
+        QTest::addColumn<int>("size");
+        QTest::newRow("no file") << QByteArray() << false << 0;
+        QTest::newRow("empty file") << QByteArray("") << false << 0;
+        QTest::newRow("random bytes") << TestPackage::pattern(10000, 5) << false << 0;
+        QTest::newRow("zip signature only") << QByteArray("PK\x03\x04") << false << 0;
+        const QByteArray whole = archiveOf(QStringLiteral("MAIN.BIN"), TestPackage::pattern(5000));
+        QTest::newRow("truncated archive") << whole.left(whole.size() / 2) << false << 0;
+        QTest::newRow("archive without its last byte") << whole.chopped(1) << false << 0;
+        // A forged huge size is refused before anything is allocated.
+        QTest::newRow("forged member size") << withForgedSizes(archiveOf(QStringLiteral("MAIN.BIN"), QByteArray(100, 'm')),
+                                                               0xFFFFFFF0u)
+                                            << false << 0;
+        // Compressible, so it is stored deflated; bytes flipped in the middle of its data.
+        QByteArray damaged = archiveOf(QStringLiteral("MAIN.BIN"), QByteArray(20000, 'a') + TestPackage::pattern(20000));
+        const qsizetype data = damaged.indexOf("MAIN.BIN") + 8 + 200;
+        for (qsizetype i = 0; i < 16; ++i)
+            damaged[data + i] = static_cast<char>(damaged[data + i] ^ 0x5A);
+        QTest::newRow("damaged member data") << damaged << true << 40000;
     }
-    void brokenFilesReadAsArchivesWithoutMembers()
+    void unreadableArchivesAndMembersDeliverNothing()
     {
         QFETCH(QByteArray, bytes);
+        QFETCH(bool, exists);
+        QFETCH(int, size);
         QTemporaryDir dir;
         const QString path = dir.filePath(QStringLiteral("broken.KDPKG"));
-        writeFile(path, bytes);
-        PackagePath = path;
-        PackageArchiveReader &reader = readerOn(path, QStringLiteral("MAIN.BIN"));
-        QCOMPARE(reader.countMatching(), 0);
-        QCOMPARE(reader.memberSize(), 0);
-        QCOMPARE(reader.commentSize(), 0);
-        QVERIFY(!PackageFileExists(QStringLiteral("MAIN.BIN")));
-        std::array<uint8_t, 240> block{};
-        QCOMPARE(ReadPackageFile(QStringLiteral("MAIN.BIN"), block.data(), 240, 0), 0);
-        QVERIFY(!ReadPackageText(QStringLiteral("MAIN.BIN")).has_value());
-
-        PackagePath = dir.filePath(QStringLiteral("missing.KDPKG"));
-        QVERIFY(!PackageFileExists(QStringLiteral("MAIN.BIN")));
-    }
-
-    void aForgedHugeSizeIsRefusedWithoutAllocating()
-    {
-        TestPackage real;
-        real.member(QStringLiteral("MAIN.BIN"), QByteArray(100, 'm')).select();
-        QTemporaryDir dir;
-        const QString forged = dir.filePath(QStringLiteral("forged.KDPKG"));
-        writeFile(forged, withForgedSizes(readFile(real.path()), 0xFFFFFFF0u));
-        PackagePath = forged;
-        QCOMPARE(readerOn(forged, QStringLiteral("MAIN.BIN")).countMatching(), 0);
-        QCOMPARE(PackageFileSize(QStringLiteral("MAIN.BIN")), 0);
-        std::array<uint8_t, 240> block{};
-        QCOMPARE(ReadPackageFile(QStringLiteral("MAIN.BIN"), block.data(), 240, 0), 0);
-    }
-
-    void damagedDataIsUnreadable()
-    {
-        TestPackage real;
-        // Compressible, so it is stored deflated; flip bytes in the middle of its data.
-        real.member(QStringLiteral("MAIN.BIN"), QByteArray(20000, 'a') + TestPackage::pattern(20000)).select();
-        QByteArray zip = readFile(real.path());
-        const qsizetype data = zip.indexOf("MAIN.BIN") + 8 + 200;
-        for (qsizetype i = 0; i < 16; ++i)
-            zip[data + i] = static_cast<char>(zip[data + i] ^ 0x5A);
-        QTemporaryDir dir;
-        const QString damaged = dir.filePath(QStringLiteral("damaged.KDPKG"));
-        writeFile(damaged, zip);
-        PackagePath = damaged;
-        QByteArray bytes;
-        QVERIFY(!readerOn(damaged, QStringLiteral("MAIN.BIN")).extractBytes(bytes));
-        std::array<uint8_t, 240> block{};
-        QCOMPARE(ReadPackageFile(QStringLiteral("MAIN.BIN"), block.data(), 240, 0), 0);
+        if (!bytes.isNull())
+            writeFile(path, bytes);
+        const Package package(path);
+        QCOMPARE(package.PackageFileExists(QStringLiteral("MAIN.BIN")), exists);
+        QCOMPARE(package.PackageFileSize(QStringLiteral("MAIN.BIN")), size);
+        QCOMPARE(readAt(package, QStringLiteral("MAIN.BIN"), 240, 0), QByteArray());
+        QCOMPARE(package.readText(QStringLiteral("MAIN.BIN")), std::nullopt);
+        QCOMPARE(package.readTextPrefix(QStringLiteral("MAIN.BIN"), 5000), std::nullopt);
+        QCOMPARE(package.comment(), std::nullopt);
     }
 
     void builderPacksAFolder()
@@ -225,11 +171,9 @@ private slots:
         const QString path = out.filePath(QStringLiteral("p.KDPKG"));
         QString error;
         QVERIFY2(PackageBuilder::fromFolder(src.path(), path, QStringLiteral("Demo"), &error), qPrintable(error));
-        PackagePath = path;
-        QCOMPARE(PackageFileSize(QStringLiteral("MAIN.BIN")), 777);
-        QVERIFY(PackageFileExists(QStringLiteral("KDCONFIG.INI")));
-        QVERIFY(!PackageFileExists(QStringLiteral("sub")));
-        QCOMPARE(readerOn(path, QString()).comment(), QStringLiteral("Demo"));
+        const Package package(path);
+        QCOMPARE(package.members(), (QList<QPair<QString, int64_t>>{{"KDCONFIG.INI", 8}, {"MAIN.BIN", 777}}));
+        QCOMPARE(package.comment(), std::optional<QString>(QStringLiteral("Demo")));
 
         QVERIFY(!PackageBuilder::fromFolder(src.filePath(QStringLiteral("nope")), path, QString(), &error));
         QVERIFY(error.contains(QStringLiteral("no such folder")));
@@ -239,21 +183,17 @@ private slots:
     {
         QTemporaryDir src, out;
         writeFile(src.filePath(QStringLiteral("KDCONFIG.INI")), "[HOST]\r\n");
-        QProcess tool;
-        tool.start(QStringLiteral(VARNOLT_MKPKG), {});
-        QVERIFY(tool.waitForFinished());
-        QCOMPARE(tool.exitCode(), 2);
-        QVERIFY(tool.readAllStandardError().contains("usage"));
-
         const QString path = out.filePath(QStringLiteral("t.KDPKG"));
-        tool.start(QStringLiteral(VARNOLT_MKPKG), {path, src.path(), QStringLiteral("--comment"), QStringLiteral("Tool made")});
-        QVERIFY(tool.waitForFinished());
-        QCOMPARE(tool.exitCode(), 0);
-        QCOMPARE(readerOn(path, QString()).comment(), QStringLiteral("Tool made"));
-
-        tool.start(QStringLiteral(VARNOLT_MKPKG), {path, out.filePath(QStringLiteral("missing"))});
-        QVERIFY(tool.waitForFinished());
-        QCOMPARE(tool.exitCode(), 1);
+        QProcess tool;
+        const auto run = [&](const QStringList &args) {
+            tool.start(QStringLiteral(VARNOLT_MKPKG), args);
+            return tool.waitForFinished() ? tool.exitCode() : -1;
+        };
+        QCOMPARE(run({}), 2);
+        QVERIFY(tool.readAllStandardError().contains("usage"));
+        QCOMPARE(run({path, src.path(), QStringLiteral("--comment"), QStringLiteral("Tool made")}), 0);
+        QCOMPARE(Package(path).comment(), std::optional<QString>(QStringLiteral("Tool made")));
+        QCOMPARE(run({path, out.filePath(QStringLiteral("missing"))}), 1);
     }
 };
 

@@ -1,6 +1,6 @@
 #pragma once
 // A package built from a configuration text (with the images the tests name: TP.BIN 3000
-// bytes, MAIN.BIN 1000, TEXT_EN.BIN 480, TEXT_DE.BIN 720, plus any extra members), selected,
+// bytes, MAIN.BIN 1000, TEXT_EN.BIN 480, TEXT_DE.BIN 720, plus any extra members), handed to
 // and loaded by an engine whose recording display forwards the selectors to it.
 #include "tests/support/EngineFixture.h"
 #include "tests/support/TestPackage.h"
@@ -19,8 +19,8 @@ struct LoadedPackage {
             .member(QStringLiteral("TP.BIN"), TestPackage::pattern(3000))
             .member(QStringLiteral("MAIN.BIN"), TestPackage::pattern(1000))
             .member(QStringLiteral("TEXT_EN.BIN"), TestPackage::pattern(480))
-            .member(QStringLiteral("TEXT_DE.BIN"), TestPackage::pattern(720))
-            .select();
+            .member(QStringLiteral("TEXT_DE.BIN"), TestPackage::pattern(720));
+        f.engine.setPackage(package.write());
         f.display.onPortText = [this](const QString &port) { f.engine.setComPort(port.trimmed()); };
         f.display.onLanguageText = [this](const QString &lang) { f.engine.setFirmwareLanguage(lang.trimmed()); };
         if (wizard)

@@ -1,8 +1,6 @@
 #include "tests/support/TestPackage.h"
 
 #include "tools/package-builder/PackageBuilder.h"
-#include "package/PackageAccess.h"
-#include "package/PackagePath.h"
 
 #include <stdexcept>
 
@@ -23,7 +21,7 @@ TestPackage &TestPackage::comment(const QString &text)
     return *this;
 }
 
-QString TestPackage::select()
+Package TestPackage::write()
 {
     PackageBuilder builder;
     for (auto it = m_members.cbegin(); it != m_members.cend(); ++it)
@@ -32,9 +30,7 @@ QString TestPackage::select()
     QString error;
     if (!builder.write(m_path, &error))
         throw std::runtime_error(error.toStdString());
-    PackagePath = m_path;
-    ClearPackageFileCache();
-    return m_path;
+    return Package(m_path);
 }
 
 QByteArray TestPackage::pattern(int count, int seed)

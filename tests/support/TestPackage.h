@@ -1,6 +1,7 @@
 #pragma once
-// Builds a real firmware package in a temporary folder for one test and makes it the
-// selected package.
+// Builds a real firmware package in a temporary folder for one test and opens it.
+#include "package/Package.h"
+
 #include <QByteArray>
 #include <QMap>
 #include <QString>
@@ -14,8 +15,8 @@ public:
     TestPackage &member(const QString &name, const QByteArray &data);
     TestPackage &config(const QString &iniText) { return member(QStringLiteral("KDCONFIG.INI"), iniText.toLatin1()); }
     TestPackage &comment(const QString &text);
-    // Writes the archive and sets PackagePath to it; returns its path.
-    QString select();
+    // Writes the archive and opens it.
+    Package write();
 
     QString path() const { return m_path; }
     QString folder() const { return m_dir.path(); }

@@ -77,7 +77,7 @@ struct WizardFixture {
             .comment(comment);
         for (auto it = extra.cbegin(); it != extra.cend(); ++it)
             package.member(it.key(), it.value());
-        package.select();
+        package.write();
     }
 
     frmWizard &open(const QString &commandLine = QString())

@@ -4,7 +4,6 @@
 
 #include "engine/QX_UploadProcess.h"
 #include "wizard/PackageList.h"
-#include "package/PackagePath.h"
 
 #include <QComboBox>
 #include <QLabel>
@@ -32,7 +31,7 @@ private slots:
         f.addPackage(QStringLiteral("a.KDPKG"), QStringLiteral("Model 7 firmware 2.06"));
         f.addPackage(QStringLiteral("b.kdpkg"), QString(), WithReadme);
         TestPackage junk(QStringLiteral("c.KDPKG"), f.folder.path());
-        junk.member(QStringLiteral("OTHER.TXT"), "not a package").select();
+        junk.member(QStringLiteral("OTHER.TXT"), "not a package").write();
         frmWizard &w = f.open();
 
         QCOMPARE(w.mnCurStep, int16_t(0));
@@ -42,7 +41,7 @@ private slots:
         QCOMPARE(w.lstPackages().item(0)->text(), QStringLiteral("Model 7 firmware 2.06"));
         QCOMPARE(w.lstPackages().item(1)->text(), f.folder.filePath(QStringLiteral("b.kdpkg"))); // no comment: the path
         QCOMPARE(w.lstPackages().currentRow(), 1);
-        QCOMPARE(PackagePath, f.folder.filePath(QStringLiteral("b.kdpkg")));
+        QCOMPARE(w.engine()->package().path(), f.folder.filePath(QStringLiteral("b.kdpkg")));
         QCOMPARE(w.lblPackageNotes().text(), QStringLiteral("Release 2.07: faster sweeps."));
         QVERIFY(f.prompt.shown.isEmpty());
         QVERIFY(!enabled(w, frmWizard::BackButton) && enabled(w, frmWizard::NextButton));
@@ -52,7 +51,7 @@ private slots:
 
         // Selecting another line changes the package and the notes at once.
         w.lstPackages().setCurrentRow(0);
-        QCOMPARE(PackagePath, f.folder.filePath(QStringLiteral("a.KDPKG")));
+        QCOMPARE(w.engine()->package().path(), f.folder.filePath(QStringLiteral("a.KDPKG")));
         QCOMPARE(w.lblPackageNotes().text(), QString());
     }
 
@@ -204,11 +203,11 @@ private slots:
         WizardFixture f;
         f.addPackage(QStringLiteral("a.KDPKG"), QStringLiteral("First"));
         TestPackage other(QStringLiteral("other.bin"));
-        other.member(QStringLiteral("KDCONFIG.INI"), WizardConfig.toLatin1()).comment(QStringLiteral("Browsed")).select();
+        other.member(QStringLiteral("KDCONFIG.INI"), WizardConfig.toLatin1()).comment(QStringLiteral("Browsed")).write();
         TestPackage junk(QStringLiteral("junk.KDPKG"));
-        junk.member(QStringLiteral("X"), "x").select();
+        junk.member(QStringLiteral("X"), "x").write();
         frmWizard &w = f.open();
-        const QString selected = PackagePath;
+        const QString selected = w.engine()->package().path();
 
         f.chosenFiles = {QString()}; // Cancel
         w.packages().browse();
@@ -219,7 +218,7 @@ private slots:
         w.packages().browse();
         QCOMPARE(f.prompt.shown, QStringList{"Varnolt|File is not a valid Firmware Package"});
         QCOMPARE(w.lstPackages().count(), 1);
-        QCOMPARE(PackagePath, selected);
+        QCOMPARE(w.engine()->package().path(), selected);
 
         f.chosenFiles = {other.path(), other.path()}; // the same file twice: two lines
         w.packages().browse();
@@ -227,7 +226,7 @@ private slots:
         QCOMPARE(w.lstPackages().count(), 3);
         QCOMPARE(w.lstPackages().item(2)->text(), QStringLiteral("Browsed"));
         QCOMPARE(w.lstPackages().currentRow(), 2);
-        QCOMPARE(PackagePath, other.path());
+        QCOMPARE(w.engine()->package().path(), other.path());
     }
 
     void geometry()

@@ -1,3 +1,0 @@
-#include "package/PackagePath.h"
-
-QString PackagePath;
