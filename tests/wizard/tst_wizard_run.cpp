@@ -218,52 +218,56 @@ private slots:
         QVERIFY(!w.summaryText().contains(QStringLiteral("Transfer Program =")));
     }
 
-    void autostartRunsWithoutAClick()
+    // The start-up switches: what the window shows, asks, and runs for each command line.
+    void startUpSwitches_data()
     {
-        WizardFixture f;
-        f.addPackage(QStringLiteral("a.KDPKG"));
-        frmWizard &w = f.open(QStringLiteral("/AUTOSTART /Fa.KDPKG"));
-        QCOMPARE(f.layersCreated, 1);
-        QCOMPARE(w.mnCurStep, int16_t(4));
-        QVERIFY(w.resultText().startsWith(Success));
-        QCOMPARE(w.lstPackages().count(), 1);
-        QVERIFY(w.isVisible()); // it waits on the result
+        QTest::addColumn<QString>("commandLine");
+        QTest::addColumn<bool>("answer");        // to every box it shows
+        QTest::addColumn<QString>("shown");      // "title|text" of the box, "" for none
+        QTest::addColumn<int>("step");           // where it ends up (-1: the program ended)
+        QTest::addColumn<int>("listed");         // lines of the package list (the folder holds two packages)
+        QTest::addColumn<int>("runs");
+        const QString invalid = QStringLiteral("Varnolt|Invalid Command Line Switch /");
+        QTest::newRow("autostart runs without a click") << "/AUTOSTART /Fa.KDPKG" << true << "" << 4 << 1 << 1;
+        QTest::newRow("switches without a package do nothing") << "/AUTOSTART /PORTCOM9" << true << "" << 0 << 2 << 0;
+        QTest::newRow("an invalid switch, OK") << "/autostart" << true
+                                               << "Invalid Command Line Switch|Invalid command line switch /autostart" << 0 << 2 << 0;
+        QTest::newRow("an invalid switch, Cancel") << "/X /Y" << false << "Invalid Command Line Switch|Invalid command line switch /Y"
+                                                   << -1 << 0 << 0;
+        QTest::newRow("a named package with an invalid switch: an empty list")
+            << "/Fa.KDPKG /BOGUS" << true << "Invalid Command Line Switch|Invalid command line switch /BOGUS" << 0 << 0 << 0;
+        QTest::newRow("an unknown port, OK goes on") << "/PORT COM1 /Fa.KDPKG" << true << invalid + "PORT COM1" << 2 << 1 << 0;
+        QTest::newRow("an empty port") << "/PORT /Fa.KDPKG" << true << invalid + "PORT" << 2 << 1 << 0;
+        QTest::newRow("an unknown language, Cancel") << "/FIRMWARE_LANGUAGEklingon /AUTOSTART /Fa.KDPKG" << false
+                                                     << invalid + "FIRMWARE_LANGUAGEKLINGON" << -1 << 1 << 0;
+        QTest::newRow("a named package that cannot be loaded") << "/AUTOSTART /Fb.KDPKG" << true
+                                                               << "Varnolt|Error Occurred reading configuration file" << 0 << 1 << 0;
     }
-
-    void switchesWithoutAPackageDoNothing()
+    void startUpSwitches()
     {
+        QFETCH(QString, commandLine);
+        QFETCH(bool, answer);
+        QFETCH(QString, shown);
+        QFETCH(int, step);
+        QFETCH(int, listed);
+        QFETCH(int, runs);
         WizardFixture f;
         f.addPackage(QStringLiteral("a.KDPKG"));
-        frmWizard &w = f.open(QStringLiteral("/AUTOSTART /PORTCOM9"));
-        QCOMPARE(w.mnCurStep, int16_t(0));
-        QCOMPARE(f.layersCreated, 0);
-        QVERIFY(f.prompt.shown.isEmpty());
-        QCOMPARE(w.lstPackages().count(), 1); // the folder was searched
-    }
-
-    void anInvalidSwitch()
-    {
-        WizardFixture f;
-        f.addPackage(QStringLiteral("a.KDPKG"));
-        frmWizard &w = f.open(QStringLiteral("/autostart"));
-        QCOMPARE(f.prompt.shown, QStringList{"Invalid Command Line Switch|Invalid command line switch /autostart"});
-        QCOMPARE(w.mnCurStep, int16_t(0));
-        QCOMPARE(f.programEnds, 0);
-
-        WizardFixture cancelled;
-        cancelled.prompt.answers = {false};
-        cancelled.open(QStringLiteral("/X /Y"));
-        QCOMPARE(cancelled.prompt.shown, QStringList{"Invalid Command Line Switch|Invalid command line switch /Y"});
-        QCOMPARE(cancelled.programEnds, 1);
-    }
-
-    void aNamedPackageWithAnInvalidSwitchLeavesAnEmptyList()
-    {
-        WizardFixture f;
-        f.addPackage(QStringLiteral("a.KDPKG"));
-        frmWizard &w = f.open(QStringLiteral("/Fa.KDPKG /BOGUS"));
-        QCOMPARE(w.lstPackages().count(), 0);
-        QCOMPARE(w.mnCurStep, int16_t(0));
+        QString broken = WizardConfig;
+        f.addPackage(QStringLiteral("b.KDPKG"), QString(), {}, broken.remove(QStringLiteral("BAUD=115200\r\n")));
+        f.prompt.answers = {answer};
+        frmWizard &w = f.open(commandLine);
+        QCOMPARE(f.prompt.shown, shown.isEmpty() ? QStringList() : QStringList{shown});
+        QCOMPARE(f.programEnds, step < 0 ? 1 : 0);
+        if (step >= 0) {
+            QCOMPARE(w.mnCurStep, int16_t(step));
+            QCOMPARE(w.lstPackages().count(), listed);
+        }
+        QCOMPARE(f.layersCreated, runs);
+        if (runs > 0) {
+            QVERIFY(w.resultText().startsWith(Success));
+            QVERIFY(w.isVisible()); // it waits on the result
+        }
     }
 
     void portAndLanguageSwitches()
@@ -280,40 +284,6 @@ private slots:
         QCOMPARE(w.engine()->Programs.back().Filename(), QStringLiteral("TEXT_DE.BIN"));
         QCOMPARE(openedWith, QStringLiteral("clsid:C18F5D02-6E47-4A3B-8B91-2D7E4F6A9C03 GPIB0"));
         QVERIFY(w.resultText().startsWith(Success));
-    }
-
-    void unknownPortOrLanguage()
-    {
-        WizardFixture f;
-        f.addPackage(QStringLiteral("a.KDPKG"));
-        frmWizard &w = f.open(QStringLiteral("/PORT COM1 /Fa.KDPKG"));
-        QCOMPARE(f.prompt.shown, QStringList{"Varnolt|Invalid Command Line Switch /PORT COM1"});
-        QCOMPARE(f.programEnds, 0);
-        QCOMPARE(w.mnCurStep, int16_t(2)); // OK goes on
-
-        WizardFixture empty;
-        empty.addPackage(QStringLiteral("a.KDPKG"));
-        empty.open(QStringLiteral("/PORT /Fa.KDPKG"));
-        QCOMPARE(empty.prompt.shown, QStringList{"Varnolt|Invalid Command Line Switch /PORT"});
-
-        WizardFixture cancelled;
-        cancelled.addPackage(QStringLiteral("a.KDPKG"));
-        cancelled.prompt.answers = {false};
-        cancelled.open(QStringLiteral("/FIRMWARE_LANGUAGEklingon /AUTOSTART /Fa.KDPKG"));
-        QCOMPARE(cancelled.prompt.shown, QStringList{"Varnolt|Invalid Command Line Switch /FIRMWARE_LANGUAGEKLINGON"});
-        QCOMPARE(cancelled.programEnds, 1);
-    }
-
-    void aNamedPackageThatCannotBeLoaded()
-    {
-        WizardFixture f;
-        QString broken = WizardConfig;
-        f.addPackage(QStringLiteral("a.KDPKG"), QString(), {}, broken.remove(QStringLiteral("BAUD=115200\r\n")));
-        frmWizard &w = f.open(QStringLiteral("/AUTOSTART /Fa.KDPKG"));
-        QCOMPARE(f.prompt.shown, QStringList{"Varnolt|Error Occurred reading configuration file"});
-        QCOMPARE(w.mnCurStep, int16_t(0));
-        QCOMPARE(w.lstPackages().count(), 1); // only the named package
-        QCOMPARE(f.layersCreated, 0);
     }
 };
 
