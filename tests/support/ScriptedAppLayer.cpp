@@ -9,23 +9,6 @@ namespace {
 constexpr int16_t StatusErased = 0; // anything but the failing value
 }
 
-QStringList ScriptedAppLayer::callNames() const
-{
-    QStringList names;
-    for (const Call &call : *m_calls)
-        names << call.name;
-    return names;
-}
-
-QList<ScriptedAppLayer::Call> ScriptedAppLayer::callsNamed(const QString &name) const
-{
-    QList<Call> matching;
-    for (const Call &call : *m_calls)
-        if (call.name == name)
-            matching << call;
-    return matching;
-}
-
 void ScriptedAppLayer::record(const QString &name, const QVariantList &args)
 {
     m_calls->append({name, args});
@@ -149,17 +132,12 @@ void ScriptedAppLayer::ProgramBlock(int32_t address, int16_t count, uint8_t arch
     record(QStringLiteral("ProgramBlock"), {address, int(count), int(architecture), int(flashIndex),
                                             QByteArray(reinterpret_cast<const char *>(data), count)});
     for (int i = 0; i < count; ++i)
-        (*m_flash)[static_cast<uint32_t>(address) + static_cast<uint32_t>(i)] = data[i];
+        m_flash[static_cast<uint32_t>(address) + static_cast<uint32_t>(i)] = data[i];
     Reply healthy = passing(AnswerStatus::Ok);
     healthy.resultAddress = address;
     answerLater(ResponseId::Program, healthy);
 }
 
-void ScriptedAppLayer::GetManufacturerCode(int32_t &code)
-{
-    record(QStringLiteral("GetManufacturerCode"));
-    code = m_manufacturerCode;
-}
 
 void ScriptedAppLayer::ReadMemory(uint8_t architecture, int32_t address, int32_t count)
 {
@@ -181,51 +159,19 @@ void ScriptedAppLayer::RequestChecksum(uint8_t architecture, int32_t address, in
     record(QStringLiteral("RequestChecksum"), {int(architecture), address, length});
     uint32_t sum = 0;
     for (int32_t i = 0; i < length; ++i) {
-        const auto byte = m_flash->find(static_cast<uint32_t>(address) + static_cast<uint32_t>(i));
-        sum += byte == m_flash->end() ? 0xFFu : byte->second; // erased flash reads FF
+        const auto byte = m_flash.find(static_cast<uint32_t>(address) + static_cast<uint32_t>(i));
+        sum += byte == m_flash.end() ? 0xFFu : byte->second; // erased flash reads FF
     }
     Reply healthy = passing(AnswerStatus::Ok);
     healthy.checksum = static_cast<int32_t>(sum & 0xFF);
     answerLater(ResponseId::Checksum, healthy);
 }
 
-void ScriptedAppLayer::GetDeviceCode(int32_t &code)
-{
-    record(QStringLiteral("GetDeviceCode"));
-    code = m_deviceCode;
-}
 
-void ScriptedAppLayer::GetStatus(int16_t &status)
-{
-    record(QStringLiteral("GetStatus"));
-    status = m_status;
-}
 
-void ScriptedAppLayer::GetChecksum(int32_t &checksum)
-{
-    record(QStringLiteral("GetChecksum"));
-    checksum = m_checksum;
-}
 
-void ScriptedAppLayer::GetEraseResult(int32_t &address, int16_t &status)
-{
-    record(QStringLiteral("GetEraseResult"));
-    address = m_resultAddress;
-    status = m_status;
-}
 
-void ScriptedAppLayer::GetProgramResult(int32_t &address, int16_t &status)
-{
-    record(QStringLiteral("GetProgramResult"));
-    address = m_resultAddress;
-    status = m_status;
-}
 
-void ScriptedAppLayer::GetReadLength(int32_t &length)
-{
-    record(QStringLiteral("GetReadLength"));
-    length = static_cast<int32_t>(m_readData.size());
-}
 
 void ScriptedAppLayer::GetReadData(uint8_t *data)
 {
@@ -234,15 +180,7 @@ void ScriptedAppLayer::GetReadData(uint8_t *data)
         std::memcpy(data, m_readData.constData(), static_cast<size_t>(m_readData.size()));
 }
 
-void ScriptedAppLayer::Shutdown()
-{
-    record(QStringLiteral("Shutdown"));
-}
 
-void ScriptedAppLayer::CloseChannel()
-{
-    record(QStringLiteral("CloseChannel"));
-}
 
 void ScriptedAppLayer::GetErrorCode(int16_t &code)
 {
@@ -252,8 +190,3 @@ void ScriptedAppLayer::GetErrorCode(int16_t &code)
         m_errorCodes.removeFirst();
 }
 
-void ScriptedAppLayer::GetErrorText(QString &text)
-{
-    record(QStringLiteral("GetErrorText"));
-    text = m_errorText;
-}

@@ -76,18 +76,11 @@ public:
     void setErrorText(const QString &text) { m_errorText = text; }
     // Where a healthy read takes its bytes from (default: the low byte of each address).
     void setReadSource(std::function<QByteArray(int32_t address, int32_t count)> source) { m_readSource = std::move(source); }
-    // The bytes programmed so far, by address; shared so that it outlives the layer.
-    using Flash = std::map<uint32_t, uint8_t>;
-    std::shared_ptr<Flash> flash() const { return m_flash; }
     // Applies a reply's getter values now, without raising an event.
     void applyNow(const Reply &reply) { apply(reply); }
 
-    const QList<Call> &calls() const { return *m_calls; }
     // The record of calls, shared so that it outlives the layer the engine drops at a run's end.
     std::shared_ptr<QList<Call>> callLog() const { return m_calls; }
-    QStringList callNames() const;
-    // The calls whose name is name, in order.
-    QList<Call> callsNamed(const QString &name) const;
 
     // ApplicationLayer
     void UploadTransferProgram(const uint8_t *data, int32_t length, int32_t loadAddress,
@@ -100,20 +93,30 @@ public:
     void Restart() override;
     void ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex,
                       const uint8_t *data) override;
-    void GetManufacturerCode(int32_t &code) override;
+    void GetManufacturerCode(int32_t &code) override { record(QStringLiteral("GetManufacturerCode")); code = m_manufacturerCode; }
     void ReadMemory(uint8_t architecture, int32_t address, int32_t count) override;
     void RequestChecksum(uint8_t architecture, int32_t address, int32_t length) override;
-    void GetDeviceCode(int32_t &code) override;
-    void GetStatus(int16_t &status) override;
-    void GetChecksum(int32_t &checksum) override;
-    void GetEraseResult(int32_t &address, int16_t &status) override;
-    void GetProgramResult(int32_t &address, int16_t &status) override;
-    void GetReadLength(int32_t &length) override;
+    void GetDeviceCode(int32_t &code) override { record(QStringLiteral("GetDeviceCode")); code = m_deviceCode; }
+    void GetStatus(int16_t &status) override { record(QStringLiteral("GetStatus")); status = m_status; }
+    void GetChecksum(int32_t &checksum) override { record(QStringLiteral("GetChecksum")); checksum = m_checksum; }
+    void GetEraseResult(int32_t &address, int16_t &status) override
+    {
+        record(QStringLiteral("GetEraseResult"));
+        address = m_resultAddress;
+        status = m_status;
+    }
+    void GetProgramResult(int32_t &address, int16_t &status) override
+    {
+        record(QStringLiteral("GetProgramResult"));
+        address = m_resultAddress;
+        status = m_status;
+    }
+    void GetReadLength(int32_t &length) override { record(QStringLiteral("GetReadLength")); length = int32_t(m_readData.size()); }
     void GetReadData(uint8_t *data) override;
-    void Shutdown() override;
-    void CloseChannel() override;
+    void Shutdown() override { record(QStringLiteral("Shutdown")); }
+    void CloseChannel() override { record(QStringLiteral("CloseChannel")); }
     void GetErrorCode(int16_t &code) override;
-    void GetErrorText(QString &text) override;
+    void GetErrorText(QString &text) override { record(QStringLiteral("GetErrorText")); text = m_errorText; }
 
 signals:
     // A request was answered with silence: nothing will come unless the test raises it.
@@ -132,7 +135,7 @@ private:
     void apply(const Reply &reply);
 
     std::shared_ptr<QList<Call>> m_calls = std::make_shared<QList<Call>>();
-    std::shared_ptr<Flash> m_flash = std::make_shared<Flash>();
+    std::map<uint32_t, uint8_t> m_flash; // the bytes programmed so far, by address
     std::function<QByteArray(int32_t, int32_t)> m_readSource;
     std::deque<Reply> m_replies;
     EngineWait m_wait;
