@@ -8,6 +8,7 @@
 #include <QEventLoop>
 #include <QRegularExpression>
 #include <cstring>
+#include <optional>
 
 // The instrument's status values reach the engine unchanged through GetStatus.
 static_assert(Protocol::Status::Done == uint16_t(AnswerStatus::Ok));
@@ -46,6 +47,7 @@ void Trovex::setError(int16_t code, const QString &text)
 
 void Trovex::OpenChannel(const QString &initString)
 {
+    CloseChannel(); // a second open replaces the first channel
     setError(TrovexError::None, QString());
     // "clsid:<class> <port>:<baud>,E,8,1" for a serial port, "clsid:<class> GPIB0" for GPIB.
     static const QRegularExpression serial(QStringLiteral("^clsid:\\S+\\s+(.+):(\\d+),E,8,1$"),
@@ -66,11 +68,34 @@ void Trovex::OpenChannel(const QString &initString)
         setError(TrovexError::BadInitString, reason);
         return;
     }
-    if (!transport->open(&reason)) {
-        setError(TrovexError::PortUnavailable, reason);
-        return;
+    if (openTransport(std::move(transport)))
+        startLink();
+}
+
+bool Trovex::openTransport(std::unique_ptr<Transport> transport)
+{
+    m_transport = std::move(transport); // closed with the channel even while it opens
+    bool opened = false;
+    std::optional<QString> failure;
+    const QObject listening; // the connections below end with it
+    connect(m_transport.get(), &Transport::opened, &listening, [&] { opened = true; });
+    connect(m_transport.get(), &Transport::failed, &listening, [&](const QString &reason) { failure = reason; });
+    m_transport->open();
+    if (!m_wait([&] { return opened || failure; })) {
+        CloseChannel();
+        setError(TrovexError::Cancelled, QStringLiteral("the update was cancelled while the channel was opening"));
+        return false;
     }
-    m_transport = std::move(transport);
+    if (failure) { // also when the transport broke right after opening
+        CloseChannel();
+        setError(TrovexError::PortUnavailable, *failure);
+        return false;
+    }
+    return true;
+}
+
+void Trovex::startLink()
+{
     m_link = std::make_unique<Link>(*m_transport);
     m_pipeline = std::make_unique<RequestPipeline>(*m_link);
     connect(m_pipeline.get(), &RequestPipeline::answered, this, &Trovex::onAnswered);
@@ -292,6 +317,7 @@ void Trovex::Shutdown()
 
 void Trovex::CloseChannel()
 {
+    // Nothing is left running: the link's timers go with it, the transport stops its own.
     m_pipeline.reset();
     m_link.reset();
     if (m_transport)

@@ -60,6 +60,10 @@ private:
     // Raises the error event from the event loop, never inside the request call.
     void raiseErrorLater(int16_t code, const QString &text);
     void setError(int16_t code, const QString &text);
+    // Opens the transport made for the channel; false with the error set.
+    bool openTransport(std::unique_ptr<Transport> transport);
+    // The link and the pipeline on the open transport.
+    void startLink();
     // Runs one boot-ROM request to its end in a nested event loop; false on failure.
     bool requestAndWait(uint8_t type, const QByteArray &payload, QByteArray &answer);
 

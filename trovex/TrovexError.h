@@ -13,4 +13,5 @@ inline constexpr int16_t BadReply = 12;       // an answer that does not fit its
 inline constexpr int16_t InstrumentRefused = 13; // the instrument said no (the text says why)
 inline constexpr int16_t TransferFailed = 14; // the transfer program could not be loaded
 inline constexpr int16_t ProgramFailed = 15;  // a block answered early was not programmed after all
+inline constexpr int16_t Cancelled = 16;      // the user cancelled while the layer waited for the line
 }
