@@ -2,11 +2,12 @@
 
 #include "engine/AnswerCodes.h"
 #include "link/Protocol.h"
+#include "link/TransferProgramLoader.h"
 #include "link/TransportFactory.h"
 #include "trovex/TrovexError.h"
 
-#include <QEventLoop>
 #include <QRegularExpression>
+#include <algorithm>
 #include <cstring>
 #include <optional>
 
@@ -16,18 +17,6 @@ static_assert(Protocol::Status::VoltageIsOn == uint16_t(AnswerStatus::VoltageIsO
 static_assert(Protocol::Status::VoltageIsOff == uint16_t(AnswerStatus::VoltageIsOff));
 static_assert(Protocol::Status::ReadFailed == uint16_t(AnswerStatus::ReadFailed));
 static_assert(Protocol::Status::EraseFailed == uint16_t(AnswerStatus::EraseFailed));
-
-namespace {
-constexpr int32_t TransferFailedResult = 1; // UploadTransferProgram: the link failed
-
-uint8_t blockSum(const QByteArray &data)
-{
-    uint32_t sum = 0;
-    for (char c : data)
-        sum += static_cast<uint8_t>(c);
-    return static_cast<uint8_t>(sum);
-}
-} // namespace
 
 Trovex::Trovex(EngineWait wait, PortMap ports, QObject *parent)
     : ApplicationLayer(parent), m_wait(std::move(wait)), m_ports(std::move(ports))
@@ -110,58 +99,31 @@ void Trovex::startLink()
     });
 }
 
-bool Trovex::requestAndWait(uint8_t type, const QByteArray &payload, QByteArray &answer)
-{
-    QEventLoop wait;
-    bool ok = false;
-    uint8_t sequence = 0;
-    const QMetaObject::Connection onReply = connect(m_link.get(), &Link::replied, &wait, [&](uint8_t answered, const QByteArray &bytes) {
-        if (answered != sequence)
-            return;
-        answer = bytes;
-        ok = true;
-        wait.quit();
-    });
-    const QMetaObject::Connection onFail = connect(m_link.get(), &Link::failed, &wait,
-                                                   [&](Link::Failure, const QString &reason) {
-                                                       setError(TrovexError::TransferFailed, reason);
-                                                       wait.quit();
-                                                   });
-    sequence = m_link->request(type, payload, 16);
-    wait.exec(); // the link's own timeouts bound this wait
-    disconnect(onReply);
-    disconnect(onFail);
-    return ok;
-}
-
 void Trovex::UploadTransferProgram(const uint8_t *data, int32_t length, int32_t loadAddress, int32_t startAddress,
                                    int32_t &result)
 {
-    result = TransferFailedResult;
+    result = TransferResult::LinkFailed;
     if (!m_link) {
         setError(TrovexError::NotOpen, QStringLiteral("the channel is not open"));
         return;
     }
-    const QByteArray image(reinterpret_cast<const char *>(data), length);
-    QByteArray answer;
-    for (int32_t offset = 0; offset < length; offset += Protocol::LoadBlockBytes) {
-        const QByteArray block = image.mid(offset, Protocol::LoadBlockBytes);
-        const auto address = static_cast<uint32_t>(loadAddress) + static_cast<uint32_t>(offset);
-        if (!requestAndWait(Protocol::LoadBlock, Protocol::Writer().u32(address).u8(blockSum(block)).bytes(block).done(), answer))
-            return;
-        Protocol::Reader reply(answer);
-        const uint16_t status = reply.u16();
-        if (status != Protocol::Status::Ok) {
-            setError(TrovexError::TransferFailed,
-                     QStringLiteral("the boot ROM refused the block at %1 (status %2)").arg(address, 0, 16).arg(status));
-            return;
-        }
+    TransferProgramLoader loader(*m_link, QByteArray(reinterpret_cast<const char *>(data), std::max(length, 0)),
+                                 uint32_t(loadAddress), uint32_t(startAddress));
+    std::optional<uint32_t> started;
+    std::optional<QString> failure;
+    connect(&loader, &TransferProgramLoader::finished, &loader, [&](uint32_t startResult) { started = startResult; });
+    connect(&loader, &TransferProgramLoader::failed, &loader, [&](const QString &reason) { failure = reason; });
+    loader.start();
+    if (!m_wait([&] { return started || failure; })) {
+        result = TransferResult::Cancelled;
+        setError(TrovexError::Cancelled, QStringLiteral("the update was cancelled while the transfer program was loading"));
+        return; // the loader goes, and with it the rest of the load
     }
-    if (!requestAndWait(Protocol::Start,
-                        Protocol::Writer().u32(uint32_t(loadAddress)).u32(uint32_t(length)).u32(uint32_t(startAddress)).done(),
-                        answer))
+    if (failure) {
+        setError(TrovexError::TransferFailed, *failure);
         return;
-    result = static_cast<int32_t>(Protocol::Reader(answer).u32());
+    }
+    result = static_cast<int32_t>(*started);
     if (result != 0)
         setError(TrovexError::TransferFailed,
                  QStringLiteral("the boot ROM did not start the transfer program (result %1); check that the package "

@@ -1,6 +1,8 @@
-// Frames and their decoder; the link and its request pipeline, over a scripted transport.
+// Frames and their decoder; the link, its request pipeline and the transfer program's loader,
+// over a scripted transport.
 #include "link/LinkTimeouts.h"
 #include "link/RequestPipeline.h"
+#include "link/TransferProgramLoader.h"
 #include "tests/link/ScriptedTransport.h"
 
 #include <QSignalSpy>
@@ -91,6 +93,7 @@ struct Channel {
 enum class Fault { LostBefore, LostAfter, WriteFailsInside, WriteFailsAfter, Silence, BusyForEver };
 enum class Before { Nothing, AnswerAtOnce, AnswerAfterResend };
 enum class Then { Nothing, PartOfTheAnswer, PartOfAnotherAnswer, PartOfABusyFrame, Timeout };
+enum class Load { Whole, SecondBlockRefused, PortGoes, LoaderGoes };
 constexpr double MsPerByte = 0.1;
 constexpr int PartBytes = 40;
 } // namespace
@@ -338,6 +341,47 @@ private slots:
         const double paused = c.transport.pauses.last();
         QVERIFY2(pause < 0 ? paused > 0 : pause == 0 ? paused == 0 : paused > pause - 5 && paused < pause + 1.5,
                  qPrintable(QString::number(paused)));
+    }
+
+    // The boot ROM takes the program block by block, then starts it; a loader that goes
+    // sends nothing more.
+    void theTransferProgramIsLoadedAndStarted_data()
+    {
+        QTest::addColumn<Load>("load");
+        QTest::addColumn<QString>("outcome");
+        QTest::addColumn<int>("sends");
+        QTest::newRow("loaded and started") << Load::Whole << "started 0" << 4;
+        QTest::newRow("a block refused") << Load::SecondBlockRefused << "the boot ROM refused the block at 20100 (status 1)" << 2;
+        QTest::newRow("the port goes") << Load::PortGoes << ScriptedTransport::Lost << 1;
+        QTest::newRow("the loader goes") << Load::LoaderGoes << "" << 1;
+    }
+    void theTransferProgramIsLoadedAndStarted()
+    {
+        QFETCH(Load, load);
+        QFETCH(QString, outcome);
+        Channel c;
+        c.transport.instrument = [&](const Frame &request) {
+            if (request.type == Protocol::Start)
+                return Protocol::Writer().u32(Protocol::StartResult::Running).done();
+            const bool refused = load == Load::SecondBlockRefused && Protocol::Reader(request.payload).u32() == 0x20100;
+            return Protocol::Writer().u16(refused ? Protocol::Status::BadBlockSum : Protocol::Status::Ok).done();
+        };
+        if (load == Load::PortGoes)
+            c.transport.failNextWrites(1, When::FromTheEventLoop);
+        auto loader = std::make_unique<TransferProgramLoader>(c.link, QByteArray(600, 'k'), 0x20000, 0x20000);
+        QStringList outcomes;
+        connect(loader.get(), &TransferProgramLoader::finished, this, [&](uint32_t result) { outcomes << QStringLiteral("started %1").arg(result); });
+        connect(loader.get(), &TransferProgramLoader::failed, this, [&](const QString &reason) { outcomes << reason; });
+        loader->start();
+        QVERIFY(outcomes.isEmpty());
+        if (load == Load::LoaderGoes)
+            loader.reset();
+        QTRY_COMPARE(outcomes.size(), load == Load::LoaderGoes ? 0 : 1);
+        settle();
+        QCOMPARE(outcomes.value(0), outcome);
+        QTEST(int(c.transport.written.size()), "sends");
+        for (qsizetype i = 0; i + 1 < c.transport.written.size(); ++i)
+            QCOMPARE(Protocol::Reader(c.transport.sent(i).payload).u32(), uint32_t(0x20000 + i * Protocol::LoadBlockBytes));
     }
 
     // Blocks are answered once on their way, up to the window; any other request waits until
