@@ -5,6 +5,7 @@
 
 #include <QPointer>
 #include <QRandomGenerator>
+#include <QScopedValueRollback>
 #include <algorithm>
 #include <cmath>
 
@@ -15,11 +16,35 @@ Link::Link(Transport &transport, std::chrono::milliseconds longestOperation, QOb
     m_timer.setSingleShot(true);
     m_timer.setTimerType(Qt::PreciseTimer);
     m_clock.start();
-    // Queued even from a transport that keeps the rule: one that reports inside write() must
-    // not change the requests under transmit().
-    connect(&m_transport, &Transport::received, this, &Link::onBytes, Qt::QueuedConnection);
-    connect(&m_transport, &Transport::failed, this, &Link::onTransportFailed, Qt::QueuedConnection);
+    connect(&m_transport, &Transport::received, this, [this](const QByteArray &bytes) { take([this, bytes] { onBytes(bytes); }); });
+    connect(&m_transport, &Transport::failed, this,
+            [this](const QString &reason) { take([this, reason] { onTransportFailed(reason); }); });
     connect(&m_timer, &QTimer::timeout, this, &Link::onTimeout);
+}
+
+// At once, as it comes: a transport that asks for more right after it has handed over bytes
+// (the GPIB controller asking the instrument to talk again) must find the link up to date.
+void Link::take(const std::function<void()> &report)
+{
+    if (!m_callingTransport && m_reportsWaiting == 0) {
+        report();
+        return;
+    }
+    ++m_reportsWaiting;
+    QMetaObject::invokeMethod(
+        this,
+        [this, report] {
+            --m_reportsWaiting;
+            report();
+        },
+        Qt::QueuedConnection);
+}
+
+template <typename Call>
+void Link::callTransport(Call &&call)
+{
+    const QScopedValueRollback<bool> inside(m_callingTransport, true);
+    call(m_transport);
 }
 
 uint8_t Link::request(uint8_t type, const QByteArray &payload, int expectedReplyBytes)
@@ -38,7 +63,7 @@ uint8_t Link::request(uint8_t type, const QByteArray &payload, int expectedReply
     if (m_outstanding.size() == 1) {
         m_attempts = 1;
         armForOldest();
-        m_transport.setAwaitingAnswers(true);
+        callTransport([](Transport &transport) { transport.setAwaitingAnswers(true); });
     }
     pauseReading();
     return frame.sequence;
@@ -52,7 +77,7 @@ double Link::nowMs() const
 void Link::transmit(Outstanding &request)
 {
     const QByteArray wire = request.frame.encode();
-    m_transport.write(wire);
+    callTransport([&](Transport &transport) { transport.write(wire); });
     request.writtenAtMs = nowMs();
     request.wireMs = m_transport.wireTimeMs(int(wire.size()));
     m_wireFreeAtMs = std::max(m_wireFreeAtMs, request.writtenAtMs) + request.wireMs;
@@ -139,7 +164,8 @@ void Link::onBusy()
 
 void Link::pauseReading()
 {
-    m_transport.pauseReading(msUntilAnAnswerCanBeWhole());
+    const double ms = msUntilAnAnswerCanBeWhole();
+    callTransport([ms](Transport &transport) { transport.pauseReading(ms); });
 }
 
 // How long reading can wait without the link waiting for it: for the rest of an answer that
@@ -189,7 +215,7 @@ void Link::onReply(const Frame &frame)
     m_outstanding.erase(it);
     if (m_outstanding.empty()) {
         m_timer.stop();
-        m_transport.setAwaitingAnswers(false);
+        callTransport([](Transport &transport) { transport.setAwaitingAnswers(false); });
     } else if (wasOldest) {
         m_attempts = 1;
         armForOldest();
@@ -199,7 +225,7 @@ void Link::onReply(const Frame &frame)
 
 void Link::onTimeout()
 {
-    m_transport.pauseReading(0); // whatever came is needed now, whole or not
+    callTransport([](Transport &transport) { transport.pauseReading(0); }); // whatever came is needed now, whole or not
     if (m_outstanding.empty())
         return;
     if (m_attempts < LinkTimeouts::MaxAttempts) {
@@ -226,7 +252,9 @@ void Link::fail(Failure failure, const QString &reason)
     m_timer.stop();
     m_busySinceMs.reset();
     m_outstanding.clear();
-    m_transport.pauseReading(0);
-    m_transport.setAwaitingAnswers(false);
+    callTransport([](Transport &transport) {
+        transport.pauseReading(0);
+        transport.setAwaitingAnswers(false);
+    });
     emit failed(failure, reason);
 }

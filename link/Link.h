@@ -8,9 +8,10 @@
 // that says what to check. A transport that broke while nothing was on the way fails the next
 // request with the same reason.
 //
-// Replies and failures are always raised from the event loop, never inside request(); the
-// transport's own reports are taken from the event loop too, so a transport that reports
-// inside a write cannot pull the ground from under the link.
+// Replies and failures are always raised from the event loop, never inside request(). The
+// transport's reports are taken as they come from the event loop; one made inside a call the
+// link made to the transport waits for the event loop, so a transport that reports inside a
+// write cannot pull the ground from under the link.
 //
 // Keeping the line busy is the caller's business: it may send another request before the
 // earlier ones are answered, up to Window of them, and only where the order in which the
@@ -24,6 +25,7 @@
 #include <QTimer>
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <optional>
 
 class Transport;
@@ -66,6 +68,12 @@ private:
     };
     using Iterator = std::deque<Outstanding>::iterator;
 
+    // Runs a report of the transport now, or after the event loop's turn when it came inside a
+    // call to the transport (and then every report after it too, to keep their order).
+    void take(const std::function<void()> &report);
+    // Calls the transport, noting that the link is inside the call.
+    template <typename Call>
+    void callTransport(Call &&call);
     void onBytes(const QByteArray &bytes);
     void onFrame(const Frame &frame);
     void onReply(const Frame &frame);
@@ -100,6 +108,8 @@ private:
     std::deque<Outstanding> m_outstanding;
     std::optional<double> m_busySinceMs; // the first busy frame since the last progress
     std::optional<QString> m_lost;       // why the transport broke
+    bool m_callingTransport = false;
+    int m_reportsWaiting = 0; // reports put off until the event loop
     uint8_t m_nextSequence; // starts anywhere, so a new channel does not repeat the numbers of the last
     int m_attempts = 0; // sends of the oldest request
     int m_retransmissions = 0;
