@@ -106,7 +106,8 @@ void Link::armForOldest()
     const Outstanding &oldest = m_outstanding.front();
     const double waitMs = std::max(0.0, oldest.sentByMs - nowMs()) + oldest.replyWireMs
                           + double(LinkTimeouts::ReplyMargin.count());
-    m_timer.start(int(std::ceil(std::min(waitMs, double(std::chrono::milliseconds(LinkTimeouts::LongestReplyWait).count())))));
+    const auto longestMs = double(std::chrono::milliseconds(LinkTimeouts::LongestReplyWait).count());
+    m_timer.start(int(std::ceil(std::min(waitMs, longestMs))));
     m_busySinceMs.reset();
 }
 

@@ -408,30 +408,6 @@ private slots:
         QCOMPARE(c.answered.last().at(0).value<Kind>(), Kind::VoltageOff);
     }
 
-    // A block the instrument could not program is told at the engine's next request: as the
-    // answer to a next block, with its own address, or before any other request is sent.
-    void aBlockThatFailedIsToldAtTheNextRequest_data()
-    {
-        QTest::addColumn<bool>("nextIsABlock");
-        QTest::newRow("the next block") << true;
-        QTest::newRow("another request") << false;
-    }
-    void aBlockThatFailedIsToldAtTheNextRequest()
-    {
-        QFETCH(bool, nextIsABlock);
-        Channel c;
-        c.submit(program(0x2000));
-        c.answer(0, programAnswer(Protocol::Status::ProgramFailed, 0x2010));
-        c.submit(nextIsABlock ? program(0x20F0) : voltageOff);
-        QCOMPARE(c.transport.written.size(), 1); // nothing more was sent: the engine stops here
-        QCOMPARE(c.answered.size(), nextIsABlock ? 2 : 1);
-        QCOMPARE(c.failedEarlier.size(), nextIsABlock ? 0 : 1);
-        if (nextIsABlock)
-            QCOMPARE(c.answerPayload(1), programAnswer(Protocol::Status::ProgramFailed, 0x2010));
-        else
-            QCOMPARE(c.failedEarlier.at(0).at(0).toInt(), 0x2010);
-    }
-
     // A read also asks for the range after it, which answers the engine's next read at once
     // or when it arrives; a read elsewhere or any other request drops it.
     void readsAreServedFromTheReadAhead()
