@@ -4,24 +4,46 @@
 #include "link/PortMap.h"
 #include "link/TransportFactory.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QSerialPort>
 #include <QTextStream>
+#include <vector>
 
 namespace PortsCommand {
 namespace {
 constexpr int DefaultComPorts = 8; // COM1 to COM8, the names packages use
 
-// A GPIB port opens when its controller answers (or linux-gpib gives the board).
-QString gpibState(const PortMap &map, const QString &name)
+// A GPIB port opens when its controller answers (or linux-gpib gives the board). Every port
+// is tried at once; the event loop runs until each has said whether it opens.
+QMap<QString, QString> gpibStates(const PortMap &map, const QStringList &names)
 {
-    QString reason;
-    const std::unique_ptr<Transport> transport = TransportFactory::forPort(map, name, 0, &reason);
-    if (transport && transport->open(&reason)) {
-        transport->close();
-        return QStringLiteral("opens");
+    QMap<QString, QString> states;
+    std::vector<std::unique_ptr<Transport>> opening;
+    int pending = 0;
+    for (const QString &name : names) {
+        QString reason;
+        std::unique_ptr<Transport> transport = TransportFactory::forPort(map, name, 0, &reason);
+        if (!transport) {
+            states[name] = reason;
+            continue;
+        }
+        Transport *tried = transport.get();
+        const auto settle = [&states, &pending, name, tried](const QString &state) {
+            tried->close(); // nothing more from it
+            states[name] = state;
+            if (--pending == 0)
+                QCoreApplication::quit();
+        };
+        QObject::connect(tried, &Transport::opened, tried, [settle] { settle(QStringLiteral("opens")); });
+        QObject::connect(tried, &Transport::failed, tried, settle);
+        ++pending;
+        tried->open();
+        opening.push_back(std::move(transport));
     }
-    return reason;
+    if (pending > 0)
+        QCoreApplication::exec();
+    return states;
 }
 
 QString state(const QString &device)
@@ -57,9 +79,10 @@ int run()
     };
     for (const QString &name : serial)
         row(name, map.deviceFor(name), state(map.deviceFor(name)));
+    const QMap<QString, QString> gpibState = gpibStates(map, gpib);
     for (const QString &name : gpib) {
         const QString where = map.deviceFor(name);
-        row(name, where.isEmpty() ? QStringLiteral("(not mapped)") : where, gpibState(map, name));
+        row(name, where.isEmpty() ? QStringLiteral("(not mapped)") : where, gpibState.value(name));
     }
     return ExitStatus::Success;
 }

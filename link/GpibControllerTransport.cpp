@@ -3,7 +3,6 @@
 #include "link/Frame.h"
 #include "link/GpibTimeouts.h"
 
-#include <QEventLoop>
 #include <QSerialPort>
 #include <QTcpSocket>
 
@@ -16,6 +15,8 @@ constexpr int EmptyMessageBytes = 2;
 GpibControllerTransport::GpibControllerTransport(const GpibTarget &target, QObject *parent)
     : Transport(parent), m_target(target)
 {
+    m_openingTimeout.setSingleShot(true);
+    connect(&m_openingTimeout, &QTimer::timeout, this, &GpibControllerTransport::onOpeningTimeout);
     m_readTimeout.setSingleShot(true);
     connect(&m_readTimeout, &QTimer::timeout, this, &GpibControllerTransport::onReadTimeout);
     m_nextPoll.setSingleShot(true);
@@ -39,93 +40,103 @@ QByteArray GpibControllerTransport::escaped(const QByteArray &data)
     return out;
 }
 
-bool GpibControllerTransport::open(QString *error)
+void GpibControllerTransport::open()
 {
-    return openDevice(error) && setUpController(error);
+    close();
+    m_device.reset();
+    if (m_target.controller == GpibTarget::Controller::PlusPlusSerial)
+        openSerial();
+    else
+        connectTcp();
 }
 
-bool GpibControllerTransport::openDevice(QString *error)
+void GpibControllerTransport::openSerial()
 {
-    if (m_target.controller == GpibTarget::Controller::PlusPlusSerial) {
-        auto port = std::make_unique<QSerialPort>(m_target.device);
-        port->setBaudRate(QSerialPort::Baud115200); // USB controllers ignore it; the classic rate otherwise
-        if (!port->open(QIODevice::ReadWrite)) {
-            *error = QStringLiteral("%1 cannot be opened (%2); check the device name, the dialout group and that no "
-                                    "other program uses it")
-                         .arg(m_target.describe(), port->errorString());
-            return false;
-        }
-        connect(port.get(), &QSerialPort::errorOccurred, this, [this](QSerialPort::SerialPortError e) {
-            if (e == QSerialPort::ResourceError || e == QSerialPort::ReadError || e == QSerialPort::WriteError)
-                lost(QStringLiteral("%1 went away; check its USB cable").arg(m_target.describe()));
-        });
-        m_device = std::move(port);
-    } else {
-        auto socket = std::make_unique<QTcpSocket>();
-        QEventLoop wait;
-        QTimer::singleShot(GpibTimeouts::Connect, &wait, &QEventLoop::quit);
-        connect(socket.get(), &QTcpSocket::connected, &wait, &QEventLoop::quit);
-        connect(socket.get(), &QTcpSocket::errorOccurred, &wait, &QEventLoop::quit);
-        socket->connectToHost(m_target.device, m_target.tcpPort);
-        if (socket->state() != QAbstractSocket::ConnectedState)
-            wait.exec(); // bounded by the connect timeout
-        if (socket->state() != QAbstractSocket::ConnectedState) {
-            *error = QStringLiteral("%1 cannot be reached (%2); check the address and the network")
-                         .arg(m_target.describe(), socket->errorString());
-            return false;
-        }
-        connect(socket.get(), &QTcpSocket::disconnected, this,
-                [this] { lost(QStringLiteral("%1 closed the connection; check the controller and the network").arg(m_target.describe())); });
-        m_device = std::move(socket);
+    auto port = std::make_unique<QSerialPort>(m_target.device);
+    port->setBaudRate(QSerialPort::Baud115200); // USB controllers ignore it; the classic rate otherwise
+    if (!port->open(QIODevice::ReadWrite)) {
+        failOpening(QStringLiteral("%1 cannot be opened (%2); check the device name, the dialout group and that no "
+                                   "other program uses it")
+                        .arg(m_target.describe(), port->errorString()));
+        return;
     }
+    connect(port.get(), &QSerialPort::errorOccurred, this, [this](QSerialPort::SerialPortError e) {
+        if (e == QSerialPort::ResourceError || e == QSerialPort::ReadError || e == QSerialPort::WriteError)
+            lost(QStringLiteral("%1 went away; check its USB cable").arg(m_target.describe()));
+    });
+    m_device = std::move(port);
     connect(m_device.get(), &QIODevice::readyRead, this, &GpibControllerTransport::onReadable);
-    return true;
+    setUpController();
 }
 
-bool GpibControllerTransport::setUpController(QString *error)
+void GpibControllerTransport::connectTcp()
+{
+    auto socket = std::make_unique<QTcpSocket>();
+    QTcpSocket *raw = socket.get();
+    connect(raw, &QTcpSocket::connected, this, &GpibControllerTransport::setUpController);
+    connect(raw, &QTcpSocket::errorOccurred, this, [this, raw] {
+        if (m_state == State::Connecting)
+            failOpening(QStringLiteral("%1 cannot be reached (%2); check the address and the network")
+                            .arg(m_target.describe(), raw->errorString()));
+    });
+    connect(raw, &QTcpSocket::disconnected, this, [this] {
+        lost(QStringLiteral("%1 closed the connection; check the controller and the network").arg(m_target.describe()));
+    });
+    connect(raw, &QIODevice::readyRead, this, &GpibControllerTransport::onReadable);
+    m_device = std::move(socket);
+    m_state = State::Connecting;
+    m_openingTimeout.start(GpibTimeouts::Connect);
+    raw->connectToHost(m_target.device, m_target.tcpPort);
+}
+
+void GpibControllerTransport::setUpController()
 {
     // Controller mode, the instrument's address, reads only when asked, EOI on the last byte
     // written and nothing appended to it, and how long a read waits for a talker.
-    m_settingUp = true;
+    m_state = State::SettingUp;
     m_setUpAnswer.clear();
     m_device->write(QStringLiteral("++mode 1\n++addr %1\n++auto 0\n++eoi 1\n++eos 3\n++read_tmo_ms %2\n++ver\n")
                         .arg(m_target.address)
                         .arg(GpibTimeouts::TalkerSilence)
                         .toLatin1());
-    QEventLoop wait;
-    QTimer::singleShot(GpibTimeouts::ControllerAnswer, &wait, &QEventLoop::quit);
-    const auto done = connect(m_device.get(), &QIODevice::readyRead, &wait, [&] {
-        if (m_setUpAnswer.contains('\n'))
-            wait.quit();
-    });
-    wait.exec(); // bounded by the controller's answer timeout
-    disconnect(done);
-    m_settingUp = false;
-    if (!m_setUpAnswer.contains('\n')) {
-        *error = QStringLiteral("%1 does not answer (no reply to ++ver); check that it is a \"++\" GPIB controller and "
-                                "that it is switched on")
-                     .arg(m_target.describe());
-        close();
-        return false;
-    }
-    return true;
+    m_openingTimeout.start(GpibTimeouts::ControllerAnswer);
+}
+
+void GpibControllerTransport::onOpeningTimeout()
+{
+    if (m_state == State::Connecting)
+        failOpening(QStringLiteral("%1 cannot be reached (no answer within %2 s); check the address and the network")
+                        .arg(m_target.describe())
+                        .arg(GpibTimeouts::Connect / 1000));
+    else
+        failOpening(QStringLiteral("%1 does not answer (no reply to ++ver); check that it is a \"++\" GPIB controller "
+                                   "and that it is switched on")
+                        .arg(m_target.describe()));
+}
+
+void GpibControllerTransport::failOpening(const QString &reason)
+{
+    close();
+    reportFailed(reason);
 }
 
 void GpibControllerTransport::write(const QByteArray &bytes)
 {
-    if (m_device && m_device->isOpen())
+    if (m_state == State::Open)
         m_device->write(escaped(bytes) + '\n');
 }
 
 void GpibControllerTransport::close()
 {
+    dropReports();
+    m_openingTimeout.stop();
     m_readTimeout.stop();
     m_nextPoll.stop();
     m_awaiting = m_reading = false;
+    m_state = State::Closed;
     if (m_device) {
         m_device->disconnect(this);
         m_device->close();
-        m_device.reset();
     }
 }
 
@@ -143,7 +154,7 @@ void GpibControllerTransport::setAwaitingAnswers(bool awaiting)
 
 void GpibControllerTransport::askToTalk()
 {
-    if (!m_device || !m_device->isOpen() || !m_awaiting || m_reading)
+    if (m_state != State::Open || !m_awaiting || m_reading)
         return;
     m_reading = true;
     m_insideFrame = false;
@@ -155,11 +166,16 @@ void GpibControllerTransport::askToTalk()
 void GpibControllerTransport::onReadable()
 {
     const QByteArray bytes = m_device->readAll();
-    if (m_settingUp) {
-        m_setUpAnswer += bytes;
+    if (m_state == State::Open) {
+        takeMessageBytes(bytes);
         return;
     }
-    takeMessageBytes(bytes);
+    m_setUpAnswer += bytes;
+    if (m_state != State::SettingUp || !m_setUpAnswer.contains('\n'))
+        return;
+    m_openingTimeout.stop();
+    m_state = State::Open;
+    reportOpened();
 }
 
 void GpibControllerTransport::takeMessageBytes(const QByteArray &bytes)
@@ -205,13 +221,8 @@ QString GpibControllerTransport::silenceReason(int attempts) const
 
 void GpibControllerTransport::lost(const QString &reason)
 {
-    if (!m_device || !m_device->isOpen())
+    if (m_state == State::Closed)
         return;
-    // Closed, not deleted: this runs inside the device's own signal.
-    m_readTimeout.stop();
-    m_nextPoll.stop();
-    m_awaiting = m_reading = false;
-    m_device->disconnect(this);
-    m_device->close();
-    emit failed(reason);
+    close();
+    reportFailed(reason);
 }

@@ -6,6 +6,10 @@
 // only when addressed, so while the link waits for answers the transport asks it to talk
 // ("++read eoi"), over and over: each time the instrument sends what it has, or an empty
 // frame (two END bytes) when it has nothing, always ending with EOI on an END byte.
+//
+// Opening connects (over TCP, bounded by GpibTimeouts::Connect), sets the controller up and
+// waits for its answer to ++ver (bounded by GpibTimeouts::ControllerAnswer), all on the event
+// loop.
 #include "link/GpibTarget.h"
 #include "link/Transport.h"
 
@@ -19,7 +23,7 @@ public:
     explicit GpibControllerTransport(const GpibTarget &target, QObject *parent = nullptr);
     ~GpibControllerTransport() override;
 
-    bool open(QString *error) override;
+    void open() override;
     void write(const QByteArray &bytes) override;
     void close() override;
     double wireTimeMs(int count) const override;
@@ -29,9 +33,14 @@ public:
     static QByteArray escaped(const QByteArray &data);
 
 private:
-    bool openDevice(QString *error);
-    // Sends the set-up commands and waits for the controller's version line.
-    bool setUpController(QString *error);
+    enum class State { Closed, Connecting, SettingUp, Open };
+
+    void openSerial();
+    void connectTcp();
+    // Sends the set-up commands; the controller's version line ends the opening.
+    void setUpController();
+    void onOpeningTimeout();
+    void failOpening(const QString &reason);
     void onReadable();
     void takeMessageBytes(const QByteArray &bytes);
     void askToTalk();
@@ -39,10 +48,12 @@ private:
     void lost(const QString &reason);
 
     GpibTarget m_target;
-    std::unique_ptr<QIODevice> m_device;
+    State m_state = State::Closed;
+    std::unique_ptr<QIODevice> m_device; // closed, not deleted, until the next open: it may be
+                                         // closed inside one of its own signals
+    QTimer m_openingTimeout;
     QTimer m_readTimeout; // no talker answered a read: the controller gives up silently
     QTimer m_nextPoll;
-    bool m_settingUp = false;
     QByteArray m_setUpAnswer;
     bool m_awaiting = false;
     bool m_reading = false;

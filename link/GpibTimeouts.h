@@ -11,6 +11,9 @@ inline constexpr int ControllerAnswer = 1000;
 inline constexpr int TalkerSilence = 300;
 // Added to TalkerSilence before a read the controller never finished counts as silent.
 inline constexpr int ReadMargin = 100;
+// Closing waits this long for linux-gpib's worker thread to end: every library call it makes
+// is bounded by the device's timeout (TalkerSilence), so the call on its way ends within it.
+inline constexpr int WorkerJoin = TalkerSilence + ReadMargin;
 // Between reads that found nothing: often enough to add little to each answer's wait, rarely
 // enough to leave the bus and the controller mostly idle.
 inline constexpr int PollInterval = 5;

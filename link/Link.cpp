@@ -1,26 +1,50 @@
 #include "link/Link.h"
 
-#include "link/LinkTimeouts.h"
 #include "link/Protocol.h"
 #include "link/Transport.h"
 
 #include <QPointer>
 #include <QRandomGenerator>
+#include <QScopedValueRollback>
 #include <algorithm>
 #include <cmath>
 
-Link::Link(Transport &transport, QObject *parent)
-    : QObject(parent), m_transport(transport), m_nextSequence(uint8_t(QRandomGenerator::global()->bounded(1, 256)))
+Link::Link(Transport &transport, std::chrono::milliseconds longestOperation, QObject *parent)
+    : QObject(parent), m_transport(transport), m_longestOperationMs(double(longestOperation.count())),
+      m_nextSequence(uint8_t(QRandomGenerator::global()->bounded(1, 256)))
 {
     m_timer.setSingleShot(true);
     m_timer.setTimerType(Qt::PreciseTimer);
     m_clock.start();
-    connect(&m_transport, &Transport::received, this, &Link::onBytes);
-    connect(&m_transport, &Transport::failed, this, [this](const QString &reason) {
-        if (!m_outstanding.empty())
-            fail(Failure::TransportLost, reason);
-    });
+    connect(&m_transport, &Transport::received, this, [this](const QByteArray &bytes) { take([this, bytes] { onBytes(bytes); }); });
+    connect(&m_transport, &Transport::failed, this,
+            [this](const QString &reason) { take([this, reason] { onTransportFailed(reason); }); });
     connect(&m_timer, &QTimer::timeout, this, &Link::onTimeout);
+}
+
+// At once, as it comes: a transport that asks for more right after it has handed over bytes
+// (the GPIB controller asking the instrument to talk again) must find the link up to date.
+void Link::take(const std::function<void()> &report)
+{
+    if (!m_callingTransport && m_reportsWaiting == 0) {
+        report();
+        return;
+    }
+    ++m_reportsWaiting;
+    QMetaObject::invokeMethod(
+        this,
+        [this, report] {
+            --m_reportsWaiting;
+            report();
+        },
+        Qt::QueuedConnection);
+}
+
+template <typename Call>
+void Link::callTransport(Call &&call)
+{
+    const QScopedValueRollback<bool> inside(m_callingTransport, true);
+    call(m_transport);
 }
 
 uint8_t Link::request(uint8_t type, const QByteArray &payload, int expectedReplyBytes)
@@ -31,11 +55,15 @@ uint8_t Link::request(uint8_t type, const QByteArray &payload, int expectedReply
         m_nextSequence = 1; // 0 is never used: it marks frames that answer no request
     m_outstanding.push_back({frame, m_transport.wireTimeMs(Frame::worstCaseWireBytes(expectedReplyBytes)),
                              m_transport.wireTimeMs(Frame::leastWireBytes(expectedReplyBytes))});
+    if (m_lost) { // the transport broke while nothing was on the way: say so now, with its cause
+        QMetaObject::invokeMethod(this, &Link::failForLostTransport, Qt::QueuedConnection);
+        return frame.sequence;
+    }
     transmit(m_outstanding.back());
     if (m_outstanding.size() == 1) {
         m_attempts = 1;
         armForOldest();
-        m_transport.setAwaitingAnswers(true);
+        callTransport([](Transport &transport) { transport.setAwaitingAnswers(true); });
     }
     pauseReading();
     return frame.sequence;
@@ -49,16 +77,38 @@ double Link::nowMs() const
 void Link::transmit(Outstanding &request)
 {
     const QByteArray wire = request.frame.encode();
-    m_transport.write(wire);
+    callTransport([&](Transport &transport) { transport.write(wire); });
     request.writtenAtMs = nowMs();
-    m_wireFreeAtMs = std::max(m_wireFreeAtMs, request.writtenAtMs) + m_transport.wireTimeMs(int(wire.size()));
+    request.wireMs = m_transport.wireTimeMs(int(wire.size()));
+    m_wireFreeAtMs = std::max(m_wireFreeAtMs, request.writtenAtMs) + request.wireMs;
     request.sentByMs = m_wireFreeAtMs;
+}
+
+// The estimates above assume the line moves at its nominal rate. One that is faster (a USB
+// device posing as a serial port, a pseudo-terminal without pacing) answers long before them,
+// and estimates that only grow would run further ahead with every block. An answer to a
+// request sent once proves that everything up to its end has left: what was written after it
+// leaves at most its own wire time later.
+void Link::pullInEstimates(Iterator answered)
+{
+    if (answered->resent)
+        return; // the answer may be to an earlier send, with the later one still queued
+    double freeAtMs = nowMs();
+    for (auto later = std::next(answered); later != m_outstanding.end(); ++later) {
+        freeAtMs += later->wireMs;
+        later->sentByMs = std::min(later->sentByMs, freeAtMs);
+    }
+    m_wireFreeAtMs = std::min(m_wireFreeAtMs, freeAtMs);
 }
 
 void Link::armForOldest()
 {
-    const double queued = std::max(0.0, m_wireFreeAtMs - nowMs());
-    m_timer.start(int(std::ceil(queued + m_outstanding.front().replyWireMs)) + int(LinkTimeouts::ReplyMargin.count()));
+    const Outstanding &oldest = m_outstanding.front();
+    const double waitMs = std::max(0.0, oldest.sentByMs - nowMs()) + oldest.replyWireMs
+                          + double(LinkTimeouts::ReplyMargin.count());
+    const auto longestMs = double(std::chrono::milliseconds(LinkTimeouts::LongestReplyWait).count());
+    m_timer.start(int(std::ceil(std::min(waitMs, longestMs))));
+    m_busySinceMs.reset();
 }
 
 void Link::resendAll()
@@ -78,25 +128,45 @@ void Link::onBytes(const QByteArray &bytes)
     for (const Frame &frame : m_decoder.feed(bytes)) {
         if (m_outstanding.empty())
             break; // a late duplicate of an answer already taken
-        if (frame.type == Protocol::Nak) {
-            resendAll(); // it saw a request of ours damaged: send again now
-            continue;
-        }
-        if (!isOutstanding(frame.sequence))
-            continue; // the answer to an earlier send of a request already answered
-        if (frame.type == Protocol::Busy)
-            m_timer.start(int(LinkTimeouts::BusySilence.count()));
-        else if (frame.type == Protocol::Reply)
-            onReply(frame);
+        onFrame(frame);
         if (!alive)
-            return; // whoever took the answer closed the channel
+            return; // whoever took the answer or the failure closed the channel
     }
     pauseReading();
 }
 
+void Link::onFrame(const Frame &frame)
+{
+    if (frame.type == Protocol::Nak) {
+        resendAll(); // it saw a request of ours damaged: send again now
+        return;
+    }
+    if (!isOutstanding(frame.sequence))
+        return; // the answer to an earlier send of a request already answered
+    if (frame.type == Protocol::Busy)
+        onBusy();
+    else if (frame.type == Protocol::Reply)
+        onReply(frame);
+}
+
+void Link::onBusy()
+{
+    const double now = nowMs();
+    if (!m_busySinceMs)
+        m_busySinceMs = now;
+    if (now - *m_busySinceMs <= m_longestOperationMs) {
+        m_timer.start(int(LinkTimeouts::BusySilence.count()));
+        return;
+    }
+    fail(Failure::NoAnswer, QStringLiteral("the instrument has been busy with one request for over %1 seconds without "
+                                           "finishing it; switch it off and on again and repeat the update")
+                                .arg(m_longestOperationMs / 1000.0));
+}
+
 void Link::pauseReading()
 {
-    m_transport.pauseReading(msUntilAnAnswerCanBeWhole());
+    const double ms = msUntilAnAnswerCanBeWhole();
+    callTransport([ms](Transport &transport) { transport.pauseReading(ms); });
 }
 
 // How long reading can wait without the link waiting for it: for the rest of an answer that
@@ -140,11 +210,13 @@ void Link::onReply(const Frame &frame)
                                  [&](const Outstanding &o) { return o.frame.sequence == frame.sequence; });
     const bool wasOldest = it == m_outstanding.begin();
     checkLineRate(*it);
+    pullInEstimates(it);
+    m_busySinceMs.reset();
     m_payloadBytes += it->frame.payload.size() + frame.payload.size();
     m_outstanding.erase(it);
     if (m_outstanding.empty()) {
         m_timer.stop();
-        m_transport.setAwaitingAnswers(false);
+        callTransport([](Transport &transport) { transport.setAwaitingAnswers(false); });
     } else if (wasOldest) {
         m_attempts = 1;
         armForOldest();
@@ -154,7 +226,7 @@ void Link::onReply(const Frame &frame)
 
 void Link::onTimeout()
 {
-    m_transport.pauseReading(0); // whatever came is needed now, whole or not
+    callTransport([](Transport &transport) { transport.pauseReading(0); }); // whatever came is needed now, whole or not
     if (m_outstanding.empty())
         return;
     if (m_attempts < LinkTimeouts::MaxAttempts) {
@@ -164,11 +236,26 @@ void Link::onTimeout()
     fail(Failure::NoAnswer, m_transport.silenceReason(LinkTimeouts::MaxAttempts));
 }
 
+void Link::onTransportFailed(const QString &reason)
+{
+    m_lost = reason; // for good: a transport that broke is closed
+    failForLostTransport();
+}
+
+void Link::failForLostTransport()
+{
+    if (!m_outstanding.empty())
+        fail(Failure::TransportLost, *m_lost);
+}
+
 void Link::fail(Failure failure, const QString &reason)
 {
     m_timer.stop();
+    m_busySinceMs.reset();
     m_outstanding.clear();
-    m_transport.pauseReading(0);
-    m_transport.setAwaitingAnswers(false);
+    callTransport([](Transport &transport) {
+        transport.pauseReading(0);
+        transport.setAwaitingAnswers(false);
+    });
     emit failed(failure, reason);
 }

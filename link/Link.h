@@ -2,20 +2,31 @@
 // Numbered requests over a transport, several of them on the way at once. Each request is
 // answered by the instrument's Reply with its number; a lost or damaged answer makes the
 // unanswered requests go out again with their numbers (the instrument then answers from its
-// cache instead of acting twice). Busy frames stretch the wait during long operations.
-// After MaxAttempts sends of the oldest request without an answer, or when the transport
-// breaks, every request on the way fails at once with a reason that says what to check.
+// cache instead of acting twice). Busy frames stretch the wait during long operations, up to
+// LinkTimeouts::LongestOperation. After MaxAttempts sends of the oldest request without an
+// answer, or when the transport breaks, every request on the way fails at once with a reason
+// that says what to check. A transport that broke while nothing was on the way fails the next
+// request with the same reason.
+//
+// Replies and failures are always raised from the event loop, never inside request(). The
+// transport's reports are taken as they come from the event loop; one made inside a call the
+// link made to the transport waits for the event loop, so a transport that reports inside a
+// write cannot pull the ground from under the link.
 //
 // Keeping the line busy is the caller's business: it may send another request before the
 // earlier ones are answered, up to Window of them, and only where the order in which the
 // instrument carries them out does not matter.
 #include "link/Frame.h"
 #include "link/FrameDecoder.h"
+#include "link/LinkTimeouts.h"
 
 #include <QElapsedTimer>
 #include <QObject>
 #include <QTimer>
+#include <chrono>
 #include <deque>
+#include <functional>
+#include <optional>
 
 class Transport;
 
@@ -27,7 +38,9 @@ public:
     // answers the first; the third absorbs the host's scheduling hiccups.
     static constexpr int Window = 3;
 
-    explicit Link(Transport &transport, QObject *parent = nullptr);
+    // longestOperation: how long busy frames may hold off the answer to one request.
+    explicit Link(Transport &transport, std::chrono::milliseconds longestOperation = LinkTimeouts::LongestOperation,
+                  QObject *parent = nullptr);
 
     // Sends a request and returns its number; exactly one of replied (with that number) or
     // failed follows, from the event loop. expectedReplyBytes sizes the wait for the answer.
@@ -48,14 +61,26 @@ private:
         Frame frame;
         double replyWireMs;  // its answer's wire time with the worst stuffing, for the wait
         double answerWireMs; // ... and with none, the least it takes
+        double wireMs = 0;   // its own wire time
         double writtenAtMs = 0;
-        double sentByMs = 0; // when its last byte will have left, as the line's rate says
+        double sentByMs = 0; // when its last byte will have left, at the latest
         bool resent = false;
     };
+    using Iterator = std::deque<Outstanding>::iterator;
 
+    // Runs a report of the transport now, or after the event loop's turn when it came inside a
+    // call to the transport (and then every report after it too, to keep their order).
+    void take(const std::function<void()> &report);
+    // Calls the transport, noting that the link is inside the call.
+    template <typename Call>
+    void callTransport(Call &&call);
     void onBytes(const QByteArray &bytes);
+    void onFrame(const Frame &frame);
     void onReply(const Frame &frame);
+    void onBusy();
     void onTimeout();
+    void onTransportFailed(const QString &reason);
+    void failForLostTransport();
     // Lets the transport stop reading while no answer can be whole yet.
     void pauseReading();
     double msUntilAnAnswerCanBeWhole() const;
@@ -66,18 +91,25 @@ private:
     bool isOutstanding(uint8_t sequence) const;
     double nowMs() const;
     void transmit(Outstanding &request);
+    // An answer shows that every byte written up to its request's end has left.
+    void pullInEstimates(Iterator answered);
     void resendAll();
-    // Waits for the oldest request's answer: the wire time still queued ahead of it, its
-    // answer's wire time, and the margin.
+    // Waits for the oldest request's answer: until its own bytes have left, its answer's wire
+    // time and the margin, never longer than LongestReplyWait.
     void armForOldest();
     void fail(Failure failure, const QString &reason);
 
     Transport &m_transport;
     FrameDecoder m_decoder;
+    const double m_longestOperationMs;
     QTimer m_timer;
     QElapsedTimer m_clock;
-    double m_wireFreeAtMs = 0; // when the bytes written so far will have left
+    double m_wireFreeAtMs = 0; // when the bytes written so far will have left, at the latest
     std::deque<Outstanding> m_outstanding;
+    std::optional<double> m_busySinceMs; // the first busy frame since the last progress
+    std::optional<QString> m_lost;       // why the transport broke
+    bool m_callingTransport = false;
+    int m_reportsWaiting = 0; // reports put off until the event loop
     uint8_t m_nextSequence; // starts anywhere, so a new channel does not repeat the numbers of the last
     int m_attempts = 0; // sends of the oldest request
     int m_retransmissions = 0;

@@ -1,150 +1,81 @@
 #include "link/LinuxGpibTransport.h"
 
-#include "link/Frame.h"
 #include "link/GpibTimeouts.h"
+#include "link/LinuxGpibWorker.h"
 
-#include <dlfcn.h>
+#include <QCoreApplication>
 
 namespace {
-// From linux-gpib's ib.h: status bits, error codes and timeout indices.
-constexpr int StatusError = 0x8000;
-constexpr int NoListener = 2;   // ENOL
-constexpr int Aborted = 6;      // EABO: the read or write timed out
-constexpr int NoBoard = 7;      // ENEB
-constexpr int Timeout300ms = 10; // T300ms
-constexpr int AssertEoi = 1;
-constexpr int ReadBytes = Frame::MaxPayload * 2 + 16; // a stuffed frame and more
+// A talker's message that says "nothing for you": an empty frame.
+constexpr int EmptyMessageBytes = 2;
 } // namespace
-
-struct LinuxGpibTransport::Library {
-    void *handle = nullptr;
-    int (*ibdev)(int, int, int, int, int, int) = nullptr;
-    int (*ibwrt)(int, const void *, long) = nullptr;
-    int (*ibrd)(int, void *, long) = nullptr;
-    int (*ibtmo)(int, int) = nullptr;
-    int (*ibonl)(int, int) = nullptr;
-    int *ibsta = nullptr;
-    int *iberr = nullptr;
-    long *ibcntl = nullptr;
-};
 
 LinuxGpibTransport::LinuxGpibTransport(const GpibTarget &target, QString library, QObject *parent)
     : Transport(parent), m_target(target), m_libraryName(std::move(library))
 {
-    m_poll.setInterval(GpibTimeouts::PollInterval);
-    connect(&m_poll, &QTimer::timeout, this, &LinuxGpibTransport::readOnce);
 }
 
 LinuxGpibTransport::~LinuxGpibTransport()
 {
     close();
-    if (m_library && m_library->handle)
-        dlclose(m_library->handle);
-    delete m_library;
 }
 
-bool LinuxGpibTransport::loadLibrary(QString *error)
+void LinuxGpibTransport::open()
 {
-    if (m_library)
-        return true;
-    void *handle = dlopen(m_libraryName.toLocal8Bit().constData(), RTLD_NOW | RTLD_LOCAL);
-    if (!handle) {
-        *error = QStringLiteral("linux-gpib is not installed (%1 cannot be loaded); install it, or reach the instrument "
-                                "through a \"++\" controller in TROVEX_PORTS")
-                     .arg(m_libraryName);
-        return false;
-    }
-    auto *library = new Library;
-    library->handle = handle;
-    const auto symbol = [&](auto &target, const char *name) {
-        target = reinterpret_cast<std::remove_reference_t<decltype(target)>>(dlsym(handle, name));
-        return target != nullptr;
-    };
-    if (!(symbol(library->ibdev, "ibdev") && symbol(library->ibwrt, "ibwrt") && symbol(library->ibrd, "ibrd")
-          && symbol(library->ibtmo, "ibtmo") && symbol(library->ibonl, "ibonl") && symbol(library->ibsta, "ibsta")
-          && symbol(library->iberr, "iberr") && symbol(library->ibcntl, "ibcntl"))) {
-        *error = QStringLiteral("%1 is not the linux-gpib library this program knows (a function is missing)").arg(m_libraryName);
-        dlclose(handle);
-        delete library;
-        return false;
-    }
-    m_library = library;
-    return true;
-}
-
-bool LinuxGpibTransport::open(QString *error)
-{
-    if (!loadLibrary(error))
-        return false;
-    m_descriptor = m_library->ibdev(m_target.board, m_target.address, 0, Timeout300ms, AssertEoi, 0);
-    if (m_descriptor < 0) {
-        *error = lastError("ibdev");
-        return false;
-    }
-    return true;
-}
-
-QString LinuxGpibTransport::lastError(const char *call) const
-{
-    switch (*m_library->iberr) {
-    case NoListener:
-        return QStringLiteral("no instrument listens at GPIB address %1 on board %2; check the address and the GPIB cable")
-            .arg(m_target.address)
-            .arg(m_target.board);
-    case NoBoard:
-        return QStringLiteral("GPIB board %1 is not there; check gpib.conf and that the board's driver is loaded").arg(m_target.board);
-    case Aborted:
-        return QStringLiteral("the GPIB bus timed out at address %1; check that the instrument is switched on").arg(m_target.address);
-    default:
-        return QStringLiteral("linux-gpib's %1 failed (iberr %2)").arg(QLatin1String(call)).arg(*m_library->iberr);
-    }
+    close();
+    m_thread = std::make_unique<QThread>();
+    m_worker = new LinuxGpibWorker(m_target, m_libraryName);
+    m_worker->moveToThread(m_thread.get());
+    connect(m_thread.get(), &QThread::finished, m_worker, &QObject::deleteLater);
+    // Across threads: each arrives here as a queued call, from the event loop.
+    connect(m_worker, &LinuxGpibWorker::opened, this, &Transport::opened);
+    connect(m_worker, &LinuxGpibWorker::received, this, &LinuxGpibTransport::onReceived);
+    connect(m_worker, &LinuxGpibWorker::failed, this, &Transport::failed);
+    m_thread->start();
+    QMetaObject::invokeMethod(m_worker, &LinuxGpibWorker::open, Qt::QueuedConnection);
 }
 
 void LinuxGpibTransport::write(const QByteArray &bytes)
 {
-    if (m_descriptor < 0)
-        return;
-    if (m_library->ibwrt(m_descriptor, bytes.constData(), long(bytes.size())) & StatusError)
-        lost(lastError("ibwrt"));
+    if (m_worker)
+        QMetaObject::invokeMethod(m_worker, [worker = m_worker, bytes] { worker->write(bytes); }, Qt::QueuedConnection);
 }
 
-void LinuxGpibTransport::readOnce()
+void LinuxGpibTransport::setAwaitingAnswers(bool awaiting)
 {
-    if (m_descriptor < 0)
-        return;
-    QByteArray buffer(ReadBytes, '\0');
-    const int status = m_library->ibrd(m_descriptor, buffer.data(), long(buffer.size()));
-    if (status & StatusError) {
-        if (*m_library->iberr == Aborted)
-            return; // nobody talked within the timeout: the link's own wait decides
-        lost(lastError("ibrd"));
-        return;
-    }
-    buffer.truncate(qsizetype(*m_library->ibcntl));
-    if (buffer.size() > 2)
+    if (m_worker)
+        QMetaObject::invokeMethod(m_worker, [worker = m_worker, awaiting] { worker->setReading(awaiting); },
+                                  Qt::QueuedConnection);
+}
+
+void LinuxGpibTransport::onReceived(const QByteArray &bytes)
+{
+    if (bytes.size() > EmptyMessageBytes)
         m_everAnswered = true;
-    emit received(buffer);
+    emit received(bytes);
 }
 
 void LinuxGpibTransport::close()
 {
-    m_poll.stop();
-    if (m_descriptor >= 0 && m_library)
-        m_library->ibonl(m_descriptor, 0); // gives the device descriptor back
-    m_descriptor = -1;
+    dropReports();
+    if (!m_thread)
+        return;
+    m_worker->disconnect(this);
+    m_worker = nullptr;
+    m_thread->quit(); // after the library call on its way, if any
+    if (!m_thread->wait(QDeadlineTimer(GpibTimeouts::WorkerJoin))) {
+        // A library call outlived the device's timeout: the thread ends, and goes, on its own.
+        QThread *stuck = m_thread.release();
+        connect(stuck, &QThread::finished, stuck, &QObject::deleteLater);
+    }
+    m_thread.reset();
+    // What the worker said before it was disconnected and has not arrived yet is not wanted.
+    QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
 }
 
 double LinuxGpibTransport::wireTimeMs(int count) const
 {
     return GpibTimeouts::wireTimeMs(count);
-}
-
-void LinuxGpibTransport::setAwaitingAnswers(bool awaiting)
-{
-    if (awaiting && m_descriptor >= 0)
-        m_poll.start();
-    else
-        m_poll.stop();
 }
 
 QString LinuxGpibTransport::silenceReason(int attempts) const
@@ -158,10 +89,4 @@ QString LinuxGpibTransport::silenceReason(int attempts) const
                           "switched on and waiting for the update")
         .arg(m_target.address)
         .arg(attempts);
-}
-
-void LinuxGpibTransport::lost(const QString &reason)
-{
-    close();
-    emit failed(reason);
 }

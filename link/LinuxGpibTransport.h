@@ -2,13 +2,16 @@
 // The instrument on a GPIB bus through a board of the linux-gpib library. The library is
 // loaded when a channel opens (dlopen of libgpib.so.0), so the program builds and runs on
 // machines without it. Frames are written with ibwrt (EOI on the last byte); while the link
-// waits for answers the transport reads with ibrd. Those calls block, so the device's timeout
-// is kept short: our instruments answer a read at once (an empty frame when they have
-// nothing), and only a missing instrument makes a read wait the whole timeout.
+// waits for answers the transport reads with ibrd. Those calls block, so they all run on a
+// worker thread (LinuxGpibWorker) and the program's own thread never waits in the library:
+// only closing waits for the worker to end, at most GpibTimeouts::WorkerJoin.
 #include "link/GpibTarget.h"
 #include "link/Transport.h"
 
-#include <QTimer>
+#include <QThread>
+#include <memory>
+
+class LinuxGpibWorker;
 
 class LinuxGpibTransport : public Transport {
     Q_OBJECT
@@ -18,7 +21,7 @@ public:
                                 QObject *parent = nullptr);
     ~LinuxGpibTransport() override;
 
-    bool open(QString *error) override;
+    void open() override;
     void write(const QByteArray &bytes) override;
     void close() override;
     double wireTimeMs(int count) const override;
@@ -26,18 +29,11 @@ public:
     QString silenceReason(int attempts) const override;
 
 private:
-    struct Library;
-
-    bool loadLibrary(QString *error);
-    void readOnce();
-    // The library's error after a failed call, as a sentence.
-    QString lastError(const char *call) const;
-    void lost(const QString &reason);
+    void onReceived(const QByteArray &bytes);
 
     GpibTarget m_target;
     QString m_libraryName;
-    Library *m_library = nullptr;
-    int m_descriptor = -1;
-    QTimer m_poll;
+    std::unique_ptr<QThread> m_thread;
+    LinuxGpibWorker *m_worker = nullptr; // lives on m_thread, which deletes it as it ends
     bool m_everAnswered = false;
 };

@@ -11,7 +11,9 @@
 //    Read while a read-back goes on (reading changes nothing on the instrument);
 //  - every other request waits until the link has nothing on the way, so it is carried out
 //    after everything sent before it.
-// Answers and failures are always raised from the event loop, never inside submit.
+// Answers and failures are always raised from the event loop, never inside submit. The link
+// never answers or fails inside its request() either, so every request is recorded as on the
+// way before anything can be heard of it.
 #include "link/Link.h"
 
 #include <QByteArray>

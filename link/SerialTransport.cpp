@@ -1,116 +1,133 @@
 #include "link/SerialTransport.h"
 
 #include "link/LinkTimeouts.h"
+#include "link/SerialDevice.h"
 
-#include <QFileInfo>
-#include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <unistd.h>
+
+namespace {
+// The most a tty hands over in one read (its line discipline's buffer).
+constexpr qsizetype ReadChunk = 4096;
+} // namespace
 
 SerialTransport::SerialTransport(const QString &device, int baud, QObject *parent)
     : Transport(parent), m_device(device), m_baud(baud)
 {
-    connect(&m_port, &QSerialPort::readyRead, this, [this] { emit received(m_port.readAll()); });
-    connect(&m_port, &QSerialPort::errorOccurred, this, &SerialTransport::onError);
+    connect(&m_reader, &QSocketNotifier::activated, this, &SerialTransport::onReadable);
+    connect(&m_writer, &QSocketNotifier::activated, this, &SerialTransport::onWritable);
     m_pauseTimer.setSingleShot(true);
     m_pauseTimer.setTimerType(Qt::PreciseTimer); // the link's estimate, not a few ms more
     connect(&m_pauseTimer, &QTimer::timeout, this, &SerialTransport::resumeReading);
 }
 
-bool SerialTransport::open(QString *error)
+SerialTransport::~SerialTransport()
 {
-    m_port.setPortName(m_device);
-    const auto fail = [&](const QString &reason) {
-        *error = reason;
-        return false;
-    };
-    if (!QFileInfo::exists(m_device))
-        return fail(QStringLiteral("the serial device %1 does not exist; check the port name and the TROVEX_PORTS map")
-                        .arg(m_device));
-    if (!m_port.open(QIODevice::ReadWrite)) {
-        switch (m_port.error()) {
-        case QSerialPort::PermissionError:
-            return fail(QStringLiteral("no permission to open %1: join the dialout group (sudo usermod -aG dialout $USER) "
-                                       "and log in again, or check that no other program holds the port")
-                            .arg(m_device));
-        case QSerialPort::DeviceNotFoundError:
-            return fail(QStringLiteral("the serial device %1 does not exist; check the port name and the TROVEX_PORTS map")
-                            .arg(m_device));
-        default:
-            return fail(QStringLiteral("%1 cannot be opened (%2); check that no other program uses it")
-                            .arg(m_device, m_port.errorString()));
-        }
-    }
-    // A pseudo-terminal (the simulated instrument) has no line to carry a parity bit and
-    // refuses the setting; every real port must take it.
-    const bool pseudoTerminal = QFileInfo(m_device).canonicalFilePath().startsWith(QStringLiteral("/dev/pts/"));
-    const bool configured = m_port.setBaudRate(m_baud) && m_port.setDataBits(QSerialPort::Data8)
-                            && (m_port.setParity(QSerialPort::EvenParity) || pseudoTerminal)
-                            && m_port.setStopBits(QSerialPort::OneStop) && m_port.setFlowControl(QSerialPort::NoFlowControl);
-    if (!configured) {
-        const QString reason = m_port.errorString();
-        m_port.close();
-        return fail(QStringLiteral("%1 does not accept %2 baud, 8 data bits, even parity, 1 stop bit (%3)")
-                        .arg(m_device).arg(m_baud).arg(reason));
-    }
-    m_port.clear();
-    m_readNotifier = readNotifier();
-    return true;
+    close();
 }
 
-QSocketNotifier *SerialTransport::readNotifier() const
+void SerialTransport::open()
 {
-    // The port watches the tty with a notifier of its own; without one found, answers are
-    // simply taken piece by piece.
-    const QList<QSocketNotifier *> notifiers = m_port.findChildren<QSocketNotifier *>();
-    const auto it = std::find_if(notifiers.begin(), notifiers.end(),
-                                 [](const QSocketNotifier *n) { return n->type() == QSocketNotifier::Read; });
-    return it == notifiers.end() ? nullptr : *it;
+    close();
+    QString error;
+    m_descriptor = SerialDevice::open(m_device, m_baud, &error);
+    if (m_descriptor < 0) {
+        reportFailed(error);
+        return;
+    }
+    m_reader.setSocket(m_descriptor);
+    m_writer.setSocket(m_descriptor);
+    m_reader.setEnabled(true);
+    reportOpened();
 }
 
 void SerialTransport::write(const QByteArray &bytes)
 {
-    if (!m_port.isOpen())
+    if (m_descriptor < 0)
         return;
-    // Straight to the driver when nothing waits in the port's own buffer: the bytes leave now
-    // instead of on the event loop's next turn, one wake-up less per request. What the driver
-    // cannot take yet (or an error) goes through the port, which writes when there is room and
-    // reports errors. (Its flush() would instead report a full driver buffer as a lost port.)
-    qsizetype sent = 0;
-    if (m_port.bytesToWrite() == 0) {
-        const ssize_t n = ::write(int(m_port.handle()), bytes.constData(), size_t(bytes.size()));
-        sent = n > 0 ? qsizetype(n) : 0;
+    if (!m_unwritten.isEmpty()) {
+        m_unwritten += bytes; // behind what the driver has not taken yet
+        return;
     }
-    if (sent < bytes.size())
-        m_port.write(bytes.constData() + sent, bytes.size() - sent);
+    // Straight to the driver: the bytes leave now instead of on the event loop's next turn.
+    const qsizetype taken = writeNow(bytes.constData(), bytes.size());
+    if (taken < 0 || taken == bytes.size())
+        return;
+    m_unwritten = bytes.mid(taken);
+    m_writer.setEnabled(true);
+}
+
+void SerialTransport::onWritable()
+{
+    const qsizetype taken = writeNow(m_unwritten.constData(), m_unwritten.size());
+    if (taken < 0)
+        return;
+    m_unwritten.remove(0, taken);
+    if (m_unwritten.isEmpty())
+        m_writer.setEnabled(false);
+}
+
+qsizetype SerialTransport::writeNow(const char *bytes, qsizetype count)
+{
+    const ssize_t n = ::write(m_descriptor, bytes, size_t(count));
+    if (n >= 0)
+        return qsizetype(n);
+    if (errno == EAGAIN || errno == EINTR)
+        return 0; // the driver's buffer is full: the write notifier says when it has room
+    lost();
+    return -1;
+}
+
+void SerialTransport::onReadable()
+{
+    QByteArray bytes;
+    ssize_t n = 0;
+    do {
+        const qsizetype had = bytes.size();
+        bytes.resize(had + ReadChunk);
+        n = ::read(m_descriptor, bytes.data() + had, size_t(ReadChunk));
+        bytes.resize(had + std::max<qsizetype>(n, 0));
+    } while (n == ReadChunk); // a full chunk: there may be more
+    if (!bytes.isEmpty())
+        emit received(bytes);
+    // End of file is a hang-up; EIO a port whose device or other end is gone.
+    if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR))
+        lost();
 }
 
 // Every piece the line delivers wakes the program, even when it is not read yet: the kernel
 // wakes whoever watches the tty. While the link knows that nothing it needs can be there yet,
-// nobody needs to watch, so the port's read notifier rests and the program sleeps through the
-// pause; then one read takes all that came. A short pause is not worth a timer.
+// nobody needs to watch, so the read notifier rests and the program sleeps through the pause;
+// then one read takes all that came. A short pause is not worth a timer.
 void SerialTransport::pauseReading(double ms)
 {
-    if (ms < double(LinkTimeouts::ShortestReadPause.count()) || !m_readNotifier || !m_port.isOpen()) {
+    if (ms < double(LinkTimeouts::ShortestReadPause.count()) || m_descriptor < 0) {
         resumeReading();
         return;
     }
-    m_readNotifier->setEnabled(false);
+    m_reader.setEnabled(false);
     m_pauseTimer.start(int(std::ceil(ms)));
 }
 
 void SerialTransport::resumeReading()
 {
     m_pauseTimer.stop();
-    if (m_readNotifier && !m_readNotifier->isEnabled())
-        m_readNotifier->setEnabled(true);
+    if (m_descriptor >= 0 && !m_reader.isEnabled())
+        m_reader.setEnabled(true); // what came in the meantime is read on the loop's next turn
 }
 
 void SerialTransport::close()
 {
-    resumeReading();
-    if (m_port.isOpen())
-        m_port.close();
+    dropReports();
+    m_pauseTimer.stop();
+    m_unwritten.clear();
+    if (m_descriptor < 0)
+        return;
+    m_reader.setEnabled(false);
+    m_writer.setEnabled(false);
+    SerialDevice::close(m_descriptor);
+    m_descriptor = -1;
 }
 
 double SerialTransport::wireTimeMs(int count) const
@@ -118,13 +135,8 @@ double SerialTransport::wireTimeMs(int count) const
     return 1000.0 * count * BitsPerByte / m_baud;
 }
 
-void SerialTransport::onError(QSerialPort::SerialPortError error)
+void SerialTransport::lost()
 {
-    if (error == QSerialPort::NoError || !m_port.isOpen())
-        return;
-    if (error == QSerialPort::ResourceError || error == QSerialPort::WriteError || error == QSerialPort::ReadError) {
-        const QString reason = QStringLiteral("the serial port %1 went away; check the cable and the USB adapter").arg(m_device);
-        m_port.close();
-        emit failed(reason);
-    }
+    close();
+    reportFailed(QStringLiteral("the serial port %1 went away; check the cable and the USB adapter").arg(m_device));
 }

@@ -1,9 +1,11 @@
 #pragma once
-// The instrument on a serial line: 8 data bits, even parity, 1 stop bit at the given rate.
+// The instrument on a serial line: 8 data bits, even parity, 1 stop bit, no flow control, at
+// the given rate (SerialDevice). The transport owns the tty's descriptor: it writes what the
+// driver takes at once and the rest as the driver makes room, and watches the line with
+// notifiers of its own, so that it can stop watching while the link needs nothing from it
+// (pauseReading). A hang-up or an I/O error means the port went away.
 #include "link/Transport.h"
 
-#include <QPointer>
-#include <QSerialPort>
 #include <QSocketNotifier>
 #include <QTimer>
 
@@ -11,7 +13,9 @@ class SerialTransport : public Transport {
     Q_OBJECT
 public:
     SerialTransport(const QString &device, int baud, QObject *parent = nullptr);
-    bool open(QString *error) override;
+    ~SerialTransport() override;
+
+    void open() override;
     void write(const QByteArray &bytes) override;
     void close() override;
     double wireTimeMs(int count) const override;
@@ -21,13 +25,18 @@ public:
     static constexpr int BitsPerByte = 11;
 
 private:
-    QSocketNotifier *readNotifier() const;
+    void onReadable();
+    void onWritable();
+    // Hands bytes to the driver; the count it took, or -1 when the port is gone.
+    qsizetype writeNow(const char *bytes, qsizetype count);
     void resumeReading();
-    void onError(QSerialPort::SerialPortError error);
+    void lost();
 
-    QSerialPort m_port;
-    QPointer<QSocketNotifier> m_readNotifier; // the port's own; it goes when the port closes
-    QTimer m_pauseTimer;
     QString m_device;
     int m_baud;
+    int m_descriptor = -1;
+    QSocketNotifier m_reader{QSocketNotifier::Read};
+    QSocketNotifier m_writer{QSocketNotifier::Write};
+    QByteArray m_unwritten; // written by the link, not taken by the driver yet
+    QTimer m_pauseTimer;
 };

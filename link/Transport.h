@@ -1,18 +1,25 @@
 #pragma once
-// A byte pipe to the instrument: a serial port today, a GPIB controller later. The link
-// layer above frames, checks and retransmits; a transport only moves bytes and says when
-// it breaks.
+// A byte pipe to the instrument: a serial port, or a GPIB controller or board. The link
+// above frames, checks and retransmits; a transport only opens, moves bytes and says when it
+// breaks.
+//
+// A transport never reports anything from inside a call made to it: opened, received and
+// failed always come from the event loop. Whoever calls open() or write() may hold what it
+// likes across the call, and cannot miss a report by starting to wait for it too late.
 #include <QByteArray>
 #include <QObject>
 #include <QString>
+#include <functional>
 
 class Transport : public QObject {
     Q_OBJECT
 public:
     using QObject::QObject;
-    // False with a reason that says what to check.
-    virtual bool open(QString *error) = 0;
+    // Starts opening: exactly one of opened or failed (with a reason that says what to
+    // check) follows.
+    virtual void open() = 0;
     virtual void write(const QByteArray &bytes) = 0;
+    // Closes at once; nothing is reported after it, not even what was already posted.
     virtual void close() = 0;
     // Milliseconds that count bytes take on the wire.
     virtual double wireTimeMs(int count) const = 0;
@@ -24,15 +31,23 @@ public:
     // the program for every piece the line delivers. 0 watches again at once.
     virtual void pauseReading(double) {}
     // What to check when the instrument stopped answering, after attempts sends.
-    virtual QString silenceReason(int attempts) const
-    {
-        return QStringLiteral("the instrument did not answer after %1 attempts; check the cable, that the instrument is "
-                              "switched on and waiting for the update, and the port")
-            .arg(attempts);
-    }
+    virtual QString silenceReason(int attempts) const;
 
 signals:
+    void opened();
     void received(const QByteArray &bytes);
-    // The transport broke while open (adapter unplugged, controller gone).
+    // Opening failed, or the transport broke while open (adapter unplugged, controller gone).
     void failed(const QString &reason);
+
+protected:
+    // Emit opened or failed from the event loop, unless close() comes first.
+    void reportOpened();
+    void reportFailed(const QString &reason);
+    // Forgets the reports posted so far; every close() calls it.
+    void dropReports() { ++m_reports; }
+
+private:
+    void post(const std::function<void()> &report);
+
+    quint64 m_reports = 0; // counts closes, so a report knows whether it is still wanted
 };

@@ -2,12 +2,14 @@
 
 #include "engine/AnswerCodes.h"
 #include "link/Protocol.h"
+#include "link/TransferProgramLoader.h"
 #include "link/TransportFactory.h"
 #include "trovex/TrovexError.h"
 
-#include <QEventLoop>
 #include <QRegularExpression>
+#include <algorithm>
 #include <cstring>
+#include <optional>
 
 // The instrument's status values reach the engine unchanged through GetStatus.
 static_assert(Protocol::Status::Done == uint16_t(AnswerStatus::Ok));
@@ -15,18 +17,6 @@ static_assert(Protocol::Status::VoltageIsOn == uint16_t(AnswerStatus::VoltageIsO
 static_assert(Protocol::Status::VoltageIsOff == uint16_t(AnswerStatus::VoltageIsOff));
 static_assert(Protocol::Status::ReadFailed == uint16_t(AnswerStatus::ReadFailed));
 static_assert(Protocol::Status::EraseFailed == uint16_t(AnswerStatus::EraseFailed));
-
-namespace {
-constexpr int32_t TransferFailedResult = 1; // UploadTransferProgram: the link failed
-
-uint8_t blockSum(const QByteArray &data)
-{
-    uint32_t sum = 0;
-    for (char c : data)
-        sum += static_cast<uint8_t>(c);
-    return static_cast<uint8_t>(sum);
-}
-} // namespace
 
 Trovex::Trovex(EngineWait wait, PortMap ports, QObject *parent)
     : ApplicationLayer(parent), m_wait(std::move(wait)), m_ports(std::move(ports))
@@ -46,6 +36,7 @@ void Trovex::setError(int16_t code, const QString &text)
 
 void Trovex::OpenChannel(const QString &initString)
 {
+    CloseChannel(); // a second open replaces the first channel
     setError(TrovexError::None, QString());
     // "clsid:<class> <port>:<baud>,E,8,1" for a serial port, "clsid:<class> GPIB0" for GPIB.
     static const QRegularExpression serial(QStringLiteral("^clsid:\\S+\\s+(.+):(\\d+),E,8,1$"),
@@ -66,11 +57,34 @@ void Trovex::OpenChannel(const QString &initString)
         setError(TrovexError::BadInitString, reason);
         return;
     }
-    if (!transport->open(&reason)) {
-        setError(TrovexError::PortUnavailable, reason);
-        return;
+    if (openTransport(std::move(transport)))
+        startLink();
+}
+
+bool Trovex::openTransport(std::unique_ptr<Transport> transport)
+{
+    m_transport = std::move(transport); // closed with the channel even while it opens
+    bool opened = false;
+    std::optional<QString> failure;
+    const QObject listening; // the connections below end with it
+    connect(m_transport.get(), &Transport::opened, &listening, [&] { opened = true; });
+    connect(m_transport.get(), &Transport::failed, &listening, [&](const QString &reason) { failure = reason; });
+    m_transport->open();
+    if (!m_wait([&] { return opened || failure; })) {
+        CloseChannel();
+        setError(TrovexError::Cancelled, QStringLiteral("the update was cancelled while the channel was opening"));
+        return false;
     }
-    m_transport = std::move(transport);
+    if (failure) { // also when the transport broke right after opening
+        CloseChannel();
+        setError(TrovexError::PortUnavailable, *failure);
+        return false;
+    }
+    return true;
+}
+
+void Trovex::startLink()
+{
     m_link = std::make_unique<Link>(*m_transport);
     m_pipeline = std::make_unique<RequestPipeline>(*m_link);
     connect(m_pipeline.get(), &RequestPipeline::answered, this, &Trovex::onAnswered);
@@ -85,58 +99,31 @@ void Trovex::OpenChannel(const QString &initString)
     });
 }
 
-bool Trovex::requestAndWait(uint8_t type, const QByteArray &payload, QByteArray &answer)
-{
-    QEventLoop wait;
-    bool ok = false;
-    uint8_t sequence = 0;
-    const QMetaObject::Connection onReply = connect(m_link.get(), &Link::replied, &wait, [&](uint8_t answered, const QByteArray &bytes) {
-        if (answered != sequence)
-            return;
-        answer = bytes;
-        ok = true;
-        wait.quit();
-    });
-    const QMetaObject::Connection onFail = connect(m_link.get(), &Link::failed, &wait,
-                                                   [&](Link::Failure, const QString &reason) {
-                                                       setError(TrovexError::TransferFailed, reason);
-                                                       wait.quit();
-                                                   });
-    sequence = m_link->request(type, payload, 16);
-    wait.exec(); // the link's own timeouts bound this wait
-    disconnect(onReply);
-    disconnect(onFail);
-    return ok;
-}
-
 void Trovex::UploadTransferProgram(const uint8_t *data, int32_t length, int32_t loadAddress, int32_t startAddress,
                                    int32_t &result)
 {
-    result = TransferFailedResult;
+    result = TransferResult::LinkFailed;
     if (!m_link) {
         setError(TrovexError::NotOpen, QStringLiteral("the channel is not open"));
         return;
     }
-    const QByteArray image(reinterpret_cast<const char *>(data), length);
-    QByteArray answer;
-    for (int32_t offset = 0; offset < length; offset += Protocol::LoadBlockBytes) {
-        const QByteArray block = image.mid(offset, Protocol::LoadBlockBytes);
-        const auto address = static_cast<uint32_t>(loadAddress) + static_cast<uint32_t>(offset);
-        if (!requestAndWait(Protocol::LoadBlock, Protocol::Writer().u32(address).u8(blockSum(block)).bytes(block).done(), answer))
-            return;
-        Protocol::Reader reply(answer);
-        const uint16_t status = reply.u16();
-        if (status != Protocol::Status::Ok) {
-            setError(TrovexError::TransferFailed,
-                     QStringLiteral("the boot ROM refused the block at %1 (status %2)").arg(address, 0, 16).arg(status));
-            return;
-        }
+    TransferProgramLoader loader(*m_link, QByteArray(reinterpret_cast<const char *>(data), std::max(length, 0)),
+                                 uint32_t(loadAddress), uint32_t(startAddress));
+    std::optional<uint32_t> started;
+    std::optional<QString> failure;
+    connect(&loader, &TransferProgramLoader::finished, &loader, [&](uint32_t startResult) { started = startResult; });
+    connect(&loader, &TransferProgramLoader::failed, &loader, [&](const QString &reason) { failure = reason; });
+    loader.start();
+    if (!m_wait([&] { return started || failure; })) {
+        result = TransferResult::Cancelled;
+        setError(TrovexError::Cancelled, QStringLiteral("the update was cancelled while the transfer program was loading"));
+        return; // the loader goes, and with it the rest of the load
     }
-    if (!requestAndWait(Protocol::Start,
-                        Protocol::Writer().u32(uint32_t(loadAddress)).u32(uint32_t(length)).u32(uint32_t(startAddress)).done(),
-                        answer))
+    if (failure) {
+        setError(TrovexError::TransferFailed, *failure);
         return;
-    result = static_cast<int32_t>(Protocol::Reader(answer).u32());
+    }
+    result = static_cast<int32_t>(*started);
     if (result != 0)
         setError(TrovexError::TransferFailed,
                  QStringLiteral("the boot ROM did not start the transfer program (result %1); check that the package "
@@ -292,6 +279,7 @@ void Trovex::Shutdown()
 
 void Trovex::CloseChannel()
 {
+    // Nothing is left running: the link's timers go with it, the transport stops its own.
     m_pipeline.reset();
     m_link.reset();
     if (m_transport)

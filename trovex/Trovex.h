@@ -1,9 +1,13 @@
 #pragma once
 // The application layer on a real channel. OpenChannel takes the channel description
 // ("clsid:... COM2:115200,E,8,1" for a serial port, "clsid:... GPIB0" for GPIB), finds the
-// port in the port map and opens its transport. UploadTransferProgram loads the transfer program into the boot ROM block by
-// block and starts it; every other request goes to the transfer program through the request
-// pipeline, which keeps the line busy, and is answered by one event.
+// port in the port map and opens its transport. UploadTransferProgram loads the transfer
+// program into the boot ROM block by block and starts it (TransferProgramLoader). Both wait
+// for the line through the engine's wait only, so a Cancel ends them at once: OpenChannel
+// then leaves TrovexError::Cancelled, UploadTransferProgram returns TransferResult::Cancelled,
+// and the channel closes as after any failure. Every other request goes to the transfer
+// program through the request pipeline, which keeps the line busy, and is answered by one
+// event.
 #include "engine/ApplicationLayer.h"
 #include "link/Link.h"
 #include "link/PortMap.h"
@@ -60,8 +64,10 @@ private:
     // Raises the error event from the event loop, never inside the request call.
     void raiseErrorLater(int16_t code, const QString &text);
     void setError(int16_t code, const QString &text);
-    // Runs one boot-ROM request to its end in a nested event loop; false on failure.
-    bool requestAndWait(uint8_t type, const QByteArray &payload, QByteArray &answer);
+    // Opens the transport made for the channel; false with the error set.
+    bool openTransport(std::unique_ptr<Transport> transport);
+    // The link and the pipeline on the open transport.
+    void startLink();
 
     EngineWait m_wait;
     PortMap m_ports;

@@ -1,5 +1,6 @@
 #pragma once
-// The application layer's own error codes (GetErrorCode and the error event).
+// The application layer's own error codes (GetErrorCode and the error event), and its own
+// results of UploadTransferProgram.
 #include <cstdint>
 
 namespace TrovexError {
@@ -13,4 +14,12 @@ inline constexpr int16_t BadReply = 12;       // an answer that does not fit its
 inline constexpr int16_t InstrumentRefused = 13; // the instrument said no (the text says why)
 inline constexpr int16_t TransferFailed = 14; // the transfer program could not be loaded
 inline constexpr int16_t ProgramFailed = 15;  // a block answered early was not programmed after all
+inline constexpr int16_t Cancelled = 16;      // the user cancelled while the layer waited for the line
+}
+
+// UploadTransferProgram's result when it is not the boot ROM's own Start result
+// (Protocol::StartResult: 0 running, 2 and 3 refused).
+namespace TransferResult {
+inline constexpr int32_t LinkFailed = 1;   // the load did not get through; the error text says why
+inline constexpr int32_t Cancelled = 0xCA; // the user cancelled the load; the run's log shows "CA"
 }

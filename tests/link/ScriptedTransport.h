@@ -1,20 +1,69 @@
 #pragma once
-// A transport that records what is written and delivers what the test says.
+// A transport whose far end the test scripts. It records what is written and delivers what
+// the test says, and fails as real ones do: to open, on a write (from the event loop, or
+// inside the call as a badly behaved transport would), or while nothing is on the way. As an
+// instrument it answers every request at once, from the event loop, losing chosen answers.
+#include "link/FrameDecoder.h"
+#include "link/Protocol.h"
 #include "link/Transport.h"
 
-#include <QList>
+#include <QCoreApplication>
+#include <QSet>
+#include <functional>
+#include <optional>
+
+// Lets out what was posted: every posted call may post one more (the instrument's answer, the
+// link taking it, the pipeline passing it on).
+inline void settle()
+{
+    for (int round = 0; round < 4; ++round)
+        QCoreApplication::processEvents();
+}
 
 class ScriptedTransport : public Transport {
     Q_OBJECT
 public:
+    enum class When { InsideTheCall, FromTheEventLoop };
+    static inline const QString Lost = QStringLiteral("the serial port went away");
+
     QList<QByteArray> written;
     QList<double> pauses; // the link's pauses in reading, in order
     double msPerByte = 0;  // wire time: none unless a test needs it
-    bool open(QString *) override { return true; }
-    void write(const QByteArray &bytes) override { written << bytes; }
-    void close() override {}
+    std::optional<QString> openFailure;
+    std::function<QByteArray(const Frame &)> instrument; // the payload of its Reply to a request
+    QSet<qsizetype> lostAnswers;                         // writes whose answers never come
+
+    void open() override { openFailure ? reportFailed(*openFailure) : reportOpened(); }
+    void write(const QByteArray &bytes) override
+    {
+        written << bytes;
+        if (m_failingWrites > 0) {
+            --m_failingWrites;
+            m_failWhen == When::InsideTheCall ? emit failed(Lost) : reportFailed(Lost);
+        } else if (instrument && !lostAnswers.contains(written.size() - 1)) {
+            for (const Frame &request : FrameDecoder().feed(bytes))
+                answerLater(Frame{request.sequence, Protocol::Reply, instrument(request)}.encode());
+        }
+    }
+    void close() override { dropReports(); }
     double wireTimeMs(int count) const override { return count * msPerByte; }
     void pauseReading(double ms) override { pauses << ms; }
+
+    void failNextWrites(int count, When when)
+    {
+        m_failingWrites = count;
+        m_failWhen = when;
+    }
     void deliver(const QByteArray &bytes) { emit received(bytes); }
-    void breakDown() { emit failed(QStringLiteral("the serial port went away")); }
+    void loseThePort() { reportFailed(Lost); }
+    Frame sent(qsizetype index) const { return FrameDecoder().feed(written.at(index)).value(0); } // the index-th write
+
+private:
+    void answerLater(const QByteArray &reply)
+    {
+        QMetaObject::invokeMethod(this, [this, reply] { deliver(reply); }, Qt::QueuedConnection);
+    }
+
+    int m_failingWrites = 0;
+    When m_failWhen = When::FromTheEventLoop;
 };

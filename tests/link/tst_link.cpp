@@ -1,16 +1,20 @@
-// Frames, the decoder and the link, over a scripted transport.
-#include "link/Frame.h"
-#include "link/FrameDecoder.h"
-#include "link/Link.h"
+// Frames and their decoder; the link, its request pipeline and the transfer program's loader,
+// over a scripted transport.
 #include "link/LinkTimeouts.h"
-#include "link/PortMap.h"
-#include "link/Protocol.h"
+#include "link/RequestPipeline.h"
+#include "link/TransferProgramLoader.h"
 #include "tests/link/ScriptedTransport.h"
 
 #include <QSignalSpy>
 #include <QtTest>
 
 namespace {
+using namespace std::chrono_literals;
+using Kind = RequestPipeline::Kind;
+using Request = RequestPipeline::Request;
+using When = ScriptedTransport::When;
+// Busy frames may hold an answer off for this long in these tests.
+constexpr auto LongestOperation = 1500ms;
 
 Frame sample(uint8_t sequence, int size)
 {
@@ -20,76 +24,138 @@ Frame sample(uint8_t sequence, int size)
     return Frame{sequence, Protocol::Reply, payload};
 }
 
-Frame decodeOne(const QByteArray &wire)
+Request program(int32_t address, int32_t count = 240)
 {
-    FrameDecoder decoder;
-    const QList<Frame> frames = decoder.feed(wire);
-    return frames.size() == 1 ? frames.first() : Frame{0, 0xEE, {}};
+    const QByteArray data(count, '\x55');
+    return {Kind::Program, Protocol::Program, Protocol::Writer().u32(uint32_t(address)).u8(2).u8(22).bytes(data).done(), 16, 2,
+            address, count};
 }
 
+Request read(int32_t address, int32_t count)
+{
+    return {Kind::Read, Protocol::Read, Protocol::Writer().u8(2).u32(uint32_t(address)).u32(uint32_t(count)).done(), count + 2, 2,
+            address, count};
+}
+
+const Request voltageOff{Kind::VoltageOff, Protocol::VoltageOff, {}};
+
+QByteArray programAnswer(uint16_t status, int32_t address)
+{
+    return Protocol::Writer().u16(status).u32(uint32_t(address)).done();
+}
+
+QByteArray readAnswer(char fill, int count)
+{
+    return Protocol::Writer().u16(0).bytes(QByteArray(count, fill)).done();
+}
+
+// One scripted channel: transport, link and pipeline, and what they said.
+struct Channel {
+    ScriptedTransport transport;
+    Link link{transport, LongestOperation};
+    RequestPipeline pipeline{link};
+    QSignalSpy replied{&link, &Link::replied};
+    QSignalSpy answered{&pipeline, &RequestPipeline::answered};
+    QSignalSpy failedEarlier{&pipeline, &RequestPipeline::programmingFailedEarlier};
+    QSignalSpy failed{&pipeline, &RequestPipeline::failed};
+
+    // Submits, and checks that nothing is told inside the call.
+    void submit(const Request &request)
+    {
+        const qsizetype told = answered.size() + failedEarlier.size() + failed.size();
+        pipeline.submit(request);
+        QCOMPARE(answered.size() + failedEarlier.size() + failed.size(), told);
+        settle();
+    }
+    void deliver(const Frame &frame)
+    {
+        transport.deliver(frame.encode());
+        settle();
+    }
+    // The instrument answers the index-th frame written.
+    void answer(qsizetype index, const QByteArray &payload) { deliver({transport.sent(index).sequence, Protocol::Reply, payload}); }
+    // ... or says every 100 ms that it is busy with it, count times or until it is given up on.
+    void busy(uint8_t sequence, int count)
+    {
+        int sent = 0;
+        QTimer instrument;
+        instrument.callOnTimeout([&] {
+            transport.deliver(Frame{sequence, Protocol::Busy, {}}.encode());
+            ++sent;
+        });
+        instrument.start(Protocol::BusyIntervalMs);
+        QVERIFY(QTest::qWaitFor([&] { return sent == count || !failed.isEmpty(); }, 20000));
+    }
+    QByteArray answerPayload(qsizetype index) const { return answered.at(index).at(1).toByteArray(); }
+    QByteArray sentPayload(qsizetype index) const { return transport.sent(index).payload; }
+};
+
+enum class Fault { LostBefore, LostAfter, WriteFailsInside, WriteFailsAfter, Silence, BusyForEver };
+enum class Before { Nothing, AnswerAtOnce, AnswerAfterResend };
+enum class Then { Nothing, PartOfTheAnswer, PartOfAnotherAnswer, PartOfABusyFrame, Timeout };
+enum class Load { Whole, SecondBlockRefused, PortGoes, LoaderGoes };
+constexpr double MsPerByte = 0.1;
+constexpr int PartBytes = 40;
 } // namespace
 
 class LinkTest : public QObject {
     Q_OBJECT
 private slots:
-    void framesSurviveStuffing()
+    // Stuffing leaves END only at the ends; a frame decodes behind another, cut anywhere or
+    // fed byte by byte, and while it comes the decoder knows how much of it is still to come.
+    void framesSurviveStuffingAndCutting_data()
     {
-        for (int size : {0, 1, 2, 240, 4000}) {
-            const Frame frame = sample(uint8_t(size % 251 + 1), size);
-            const QByteArray wire = frame.encode();
-            QCOMPARE(wire.count(char(Frame::End)), 2); // only the two delimiters
-            QVERIFY(wire.size() <= Frame::worstCaseWireBytes(size));
-            QCOMPARE(decodeOne(wire), frame);
-        }
+        QTest::addColumn<int>("size");
+        for (int size : {0, 1, 2, 240, 300, 4000})
+            QTest::addRow("%d bytes", size) << size;
     }
-
-    void aFrameSplitAtEveryPosition()
+    void framesSurviveStuffingAndCutting()
     {
-        const Frame frame = sample(9, 300);
+        QFETCH(int, size);
+        const Frame frame = sample(uint8_t(size % 251 + 1), size);
         const QByteArray wire = frame.encode();
-        for (int cut = 0; cut <= wire.size(); ++cut) {
+        QCOMPARE(wire.count(char(Frame::End)), 2);
+        QVERIFY(wire.size() <= Frame::worstCaseWireBytes(size));
+        const QList<Frame> both{sample(1, 10), frame};
+        const QByteArray stream = both.first().encode() + wire;
+        for (qsizetype cut = 0; cut <= stream.size(); ++cut) {
             FrameDecoder decoder;
-            QList<Frame> frames = decoder.feed(wire.left(cut));
-            frames += decoder.feed(wire.mid(cut));
-            QCOMPARE(frames.size(), 1);
-            QCOMPARE(frames.first(), frame);
+            QList<Frame> frames = decoder.feed(stream.left(cut));
+            const qsizetype in = cut - (stream.size() - wire.size()); // bytes of the second frame fed
+            const auto pending = decoder.pending();
+            QCOMPARE(pending.has_value() && in > 0, in >= 5 && in < wire.size()); // END and the header are in
+            if (pending && in > 0)
+                QVERIFY(pending->sequence == frame.sequence && pending->bytesToCome >= 1 && pending->bytesToCome <= wire.size() - in);
+            QCOMPARE(frames += decoder.feed(stream.mid(cut)), both);
         }
-    }
-
-    void byteByByteAndSeveralAtOnce()
-    {
-        const QByteArray wire = sample(1, 10).encode() + sample(2, 0).encode() + sample(3, 500).encode();
-        FrameDecoder together;
-        const QList<Frame> all = together.feed(wire);
-        QCOMPARE(all.size(), 3);
-        QCOMPARE(all.at(2), sample(3, 500));
         FrameDecoder single;
         QList<Frame> oneByOne;
-        for (char c : wire)
+        for (char c : stream)
             oneByOne += single.feed(QByteArray(1, c));
-        QCOMPARE(oneByOne, all);
+        QCOMPARE(oneByOne, both);
+        const QByteArray plain = Frame{8, Protocol::Reply, QByteArray(300, 'p')}.encode();
+        single.feed(plain.left(100));
+        QCOMPARE(single.pending()->bytesToCome, plain.size() - 100); // exact without stuffing
+        single.feed(QByteArray::fromHex("c0 01 80 ff ff")); // a length no frame has
+        QVERIFY(!single.pending());
     }
 
     void damagedFramesAreSkippedAndTheNextIsFound_data()
     {
-        QTest::addColumn<int>("position");
-        QTest::addColumn<int>("how"); // 0 flip a bit, 1 drop the byte, 2 insert a byte
-        const int size = sample(4, 40).encode().size();
-        for (int position = 1; position < size - 1; position += 7)
-            for (int how = 0; how < 3; ++how)
-                QTest::addRow("%d/%d", position, how) << position << how;
+        QTest::addColumn<QByteArray>("damaged");
+        const QByteArray wire = sample(4, 40).encode();
+        for (int at = 1; at < wire.size() - 1; at += 7) {
+            QByteArray flipped = wire, dropped = wire, inserted = wire;
+            flipped[at] = char(flipped[at] ^ 0x10);
+            QTest::addRow("%d flipped", at) << flipped;
+            QTest::addRow("%d dropped", at) << dropped.remove(at, 1);
+            QTest::addRow("%d inserted", at) << inserted.insert(at, char(0x55));
+        }
+        QTest::addRow("no END for too long") << QByteArray(1, char(Frame::End)) + QByteArray(20000, 'x');
     }
     void damagedFramesAreSkippedAndTheNextIsFound()
     {
-        QFETCH(int, position);
-        QFETCH(int, how);
-        QByteArray damaged = sample(4, 40).encode();
-        if (how == 0)
-            damaged[position] = char(damaged[position] ^ 0x10);
-        else if (how == 1)
-            damaged.remove(position, 1);
-        else
-            damaged.insert(position, char(0x55));
+        QFETCH(QByteArray, damaged);
         FrameDecoder decoder;
         const QList<Frame> frames = decoder.feed(QByteArray("noise") + damaged + sample(5, 20).encode());
         QVERIFY(!frames.isEmpty());
@@ -99,280 +165,276 @@ private slots:
         QVERIFY(decoder.corruptFrames() >= 1);
     }
 
-    void anOverlongRunWithoutEndIsDropped()
+    // The instrument's events: N answers the N-th request, "other" a number not on the way,
+    // "nak" says a request came damaged, "busy" keeps the first busy for a second, "timeout"
+    // lets the wait for an answer run out. Then the requests answered and written, in order.
+    void answersAreTakenByTheirNumber_data()
     {
-        FrameDecoder decoder;
-        QVERIFY(decoder.feed(QByteArray(1, char(Frame::End)) + QByteArray(20000, 'x')).isEmpty());
-        const QList<Frame> frames = decoder.feed(sample(6, 8).encode());
-        QCOMPARE(frames, QList<Frame>{sample(6, 8)});
+        QTest::addColumn<int>("requests");
+        QTest::addColumn<QString>("events");
+        QTest::addColumn<QString>("replies");
+        QTest::addColumn<QString>("sends");
+        QTest::newRow("in any order") << 3 << "1 0 2" << "102" << "012";
+        QTest::newRow("another's answer, a duplicate") << 1 << "other 0 0" << "0" << "0";
+        QTest::newRow("a missing answer is asked again") << 1 << "timeout 0" << "0" << "00";
+        QTest::newRow("only the unanswered go again") << 3 << "0 2 timeout 1" << "021" << "0121";
+        QTest::newRow("a nak sends every unanswered now") << 3 << "0 nak 1 2" << "012" << "01212";
+        QTest::newRow("busy frames hold the resend off") << 1 << "busy 0" << "0" << "0";
     }
-
-    void aFrameOnTheWaySaysHowMuchOfItIsStillToCome()
+    void answersAreTakenByTheirNumber()
     {
-        const Frame frame = sample(7, 300); // stuffed: END and ESCAPE values in the payload
-        const QByteArray wire = frame.encode();
-        const QByteArray plain = Frame{8, Protocol::Reply, QByteArray(300, 'p')}.encode();
-        for (int cut = 1; cut < wire.size(); ++cut) {
-            FrameDecoder decoder;
-            decoder.feed(wire.left(cut));
-            const auto pending = decoder.pending();
-            QCOMPARE(pending.has_value(), cut >= 5); // END and the four header bytes
-            if (!pending)
-                continue;
-            QCOMPARE(pending->sequence, frame.sequence);
-            QCOMPARE(pending->type, frame.type);
-            QVERIFY(pending->bytesToCome >= 1);
-            QVERIFY2(pending->bytesToCome <= wire.size() - cut, qPrintable(QString::number(cut))); // never more than will come
+        QFETCH(int, requests);
+        QFETCH(QString, events);
+        Channel c;
+        QList<uint8_t> numbers;
+        for (int i = 0; i < requests; ++i) {
+            numbers << c.link.request(Protocol::Program, QByteArray(1, char('0' + i)), 6);
+            QVERIFY(numbers.last() != 0 && (i == 0 || numbers[i] == uint8_t(numbers[i - 1] == 255 ? 1 : numbers[i - 1] + 1)));
         }
-        FrameDecoder decoder;
-        decoder.feed(plain.left(100));
-        QCOMPARE(decoder.pending()->bytesToCome, plain.size() - 100); // exact without stuffing
-        decoder.feed(plain.mid(100));
-        QVERIFY(!decoder.pending());
-
-        FrameDecoder damaged; // a length no frame has
-        damaged.feed(QByteArray::fromHex("c0 01 80 ff ff"));
-        QVERIFY(!damaged.pending());
+        for (const QString &event : events.split(QLatin1Char(' '))) {
+            const qsizetype sent = c.transport.written.size();
+            if (event == QLatin1String("timeout"))
+                QTRY_VERIFY_WITH_TIMEOUT(c.transport.written.size() > sent, 2000);
+            else if (event == QLatin1String("busy"))
+                c.busy(numbers[0], 10); // four times as long as a plain answer may take
+            else if (event == QLatin1String("nak"))
+                c.deliver(Frame{0, Protocol::Nak, {}});
+            else
+                c.deliver({event == QLatin1String("other") ? uint8_t(numbers[0] + 100) : numbers[event.toInt()], Protocol::Reply, {}});
+        }
+        QString replies, sends;
+        for (const QList<QVariant> &reply : std::as_const(c.replied))
+            replies += QString::number(numbers.indexOf(reply.at(0).value<uint8_t>()));
+        for (qsizetype i = 0; i < c.transport.written.size(); ++i) { // each request goes again as it was
+            sends += QString::fromLatin1(c.transport.sent(i).payload);
+            QCOMPARE(c.transport.sent(i).sequence, numbers[c.transport.sent(i).payload.toInt()]);
+        }
+        QTEST(replies, "replies");
+        QTEST(sends, "sends");
+        QCOMPARE(c.link.outstanding(), 0);
+        QCOMPARE(c.link.retransmissions(), sends.size() - requests);
     }
 
-    void readingPausesForTheRestOfAnAnswer()
+    // However the line or the instrument fails, the engine is told once, from the event loop,
+    // with the cause: while it waits, or at its next request when the line broke behind blocks
+    // already answered or while nothing was on the way; whether the transport said so inside
+    // the write or after it. Nothing stays on the way.
+    void failuresAreToldOnceWithTheirCause_data()
     {
-        ScriptedTransport transport;
-        transport.msPerByte = 0.1;
-        Link link(transport);
-        QSignalSpy replied(&link, &Link::replied);
-        const uint8_t sequence = link.request(Protocol::Read, {}, 240);
-        QTest::qWait(5); // as long as the request takes on this line
-        const QByteArray answer = Frame{sequence, Protocol::Reply, QByteArray(240, 'r')}.encode();
-        transport.deliver(answer.left(40));
+        QTest::addColumn<int>("blocks");
+        QTest::addColumn<Fault>("fault");
+        QTest::addColumn<Link::Failure>("failure");
+        QTest::addColumn<QString>("reason");
+        QTest::addColumn<int>("sends");
+        const auto lost = [](const char *name, int blocks, Fault fault, int sends) {
+            QTest::newRow(name) << blocks << fault << Link::Failure::TransportLost << ScriptedTransport::Lost << sends;
+        };
+        lost("the port goes while the engine waits", 0, Fault::LostAfter, 1);
+        lost("the port went while nothing was on the way", 0, Fault::LostBefore, 0);
+        lost("the port went behind blocks answered", 1, Fault::LostBefore, 1);
+        lost("a write fails inside the call", 0, Fault::WriteFailsInside, 1);
+        lost("a write fails after the call", 0, Fault::WriteFailsAfter, 1);
+        lost("a block's write fails inside the call", 1, Fault::WriteFailsInside, 1);
+        QTest::newRow("nobody answers") << 0 << Fault::Silence << Link::Failure::NoAnswer << "check the cable"
+                                        << LinkTimeouts::MaxAttempts;
+        QTest::newRow("busy for ever") << 0 << Fault::BusyForEver << Link::Failure::NoAnswer
+                                       << "busy with one request for over 1.5 seconds" << 1;
+    }
+    void failuresAreToldOnceWithTheirCause()
+    {
+        QFETCH(int, blocks);
+        QFETCH(Fault, fault);
+        QFETCH(QString, reason);
+        Channel c;
+        if (fault == Fault::WriteFailsInside || fault == Fault::WriteFailsAfter)
+            c.transport.failNextWrites(1, fault == Fault::WriteFailsInside ? When::InsideTheCall : When::FromTheEventLoop);
+        for (int i = 0; i < blocks; ++i)
+            c.submit(program(0x5000 + i * 240));
+        if (fault == Fault::LostBefore)
+            c.transport.loseThePort();
+        settle();
+        QCOMPARE(c.failed.size(), 0); // nobody waits yet
+        c.submit(voltageOff);
+        if (fault == Fault::LostAfter)
+            c.transport.loseThePort();
+        if (fault == Fault::BusyForEver)
+            c.busy(c.transport.sent(0).sequence, 1000);
+        QTRY_COMPARE_WITH_TIMEOUT(c.failed.size(), 1, 10000);
+        QTEST(c.failed.at(0).at(0).value<Link::Failure>(), "failure");
+        QVERIFY2(c.failed.at(0).at(1).toString().contains(reason), qPrintable(c.failed.at(0).at(1).toString()));
+        QTEST(int(c.transport.written.size()), "sends");
+        QCOMPARE(c.answered.size(), blocks);
+        QCOMPARE(c.link.outstanding(), 0);
+        settle();
+        QCOMPARE(c.failed.size(), 1);
+    }
+
+    // On a line faster than its rate (an unpaced pseudo-terminal, a USB device) the link's
+    // estimates of when its bytes have left must not run ahead: after a thousand blocks one
+    // lost answer is asked for again within its own wire time and the margin.
+    void aLostAnswerIsAskedAgainPromptlyOnAFastLine()
+    {
+        constexpr int Blocks = 1000;
+        Channel c;
+        c.transport.msPerByte = 1000.0 * 11 / 115200; // 115200 baud, 8E1
+        c.transport.instrument = [](const Frame &) { return Protocol::Writer().u16(Protocol::Status::Done).u32(0).done(); };
+        c.transport.lostAnswers = {Blocks - 100};
+        int sent = 0;
+        const auto sendBlock = [&] {
+            if (sent++ < Blocks)
+                c.link.request(Protocol::Program, QByteArray(246, 'p'), 6);
+        };
+        connect(&c.link, &Link::replied, this, sendBlock);
+        for (int i = 0; i < Link::Window; ++i)
+            sendBlock();
+        QTRY_COMPARE_WITH_TIMEOUT(c.replied.size(), Blocks - 1, 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(c.transport.written.size(), Blocks + 1, 1000);
+        QCOMPARE(c.transport.sent(Blocks).sequence, c.transport.sent(Blocks - 100).sequence);
+    }
+
+    // The link lets the transport stop reading while no answer it needs can be whole; never
+    // on a line faster than its rate.
+    void readingPauses_data()
+    {
+        QTest::addColumn<Before>("before");
+        QTest::addColumn<int>("onTheWay");
+        QTest::addColumn<Then>("then");
+        QTest::addColumn<double>("pause"); // -1: some pause
         const double margin = LinkTimeouts::ReadPauseMargin.count();
-        QCOMPARE(transport.pauses.last(), (answer.size() - 40) * 0.1 + margin);
-        transport.deliver(answer.mid(40));
-        QCOMPARE(replied.size(), 1);
-        QCOMPARE(transport.pauses.last(), 0.0);
-
-        // What starts like an answer to nothing on the way, or a busy frame: no pause.
-        const uint8_t next = link.request(Protocol::Read, {}, 240);
-        transport.deliver(Frame{uint8_t(next + 100), Protocol::Reply, QByteArray(240, 'x')}.encode().left(40));
-        QCOMPARE(transport.pauses.last(), 0.0);
-        transport.deliver(QByteArray(1, char(Frame::End)) + Frame{next, Protocol::Busy, QByteArray(40, 'b')}.encode().left(20));
-        QCOMPARE(transport.pauses.last(), 0.0);
+        const double rest = (Frame{1, Protocol::Reply, QByteArray(242, 'r')}.encode().size() - PartBytes) * MsPerByte + margin;
+        const double oldest = (Frame{1, Protocol::Read, {}}.encode().size() + Frame::leastWireBytes(242)) * MsPerByte + margin;
+        QTest::newRow("a lone request") << Before::Nothing << 1 << Then::Nothing << 0.0;
+        QTest::newRow("the rest of an answer") << Before::Nothing << 1 << Then::PartOfTheAnswer << rest;
+        QTest::newRow("until the oldest can be answered") << Before::Nothing << 2 << Then::Nothing << oldest;
+        QTest::newRow("part of an answer to nothing on the way") << Before::Nothing << 1 << Then::PartOfAnotherAnswer << 0.0;
+        QTest::newRow("part of a busy frame") << Before::Nothing << 1 << Then::PartOfABusyFrame << 0.0;
+        QTest::newRow("on a line faster than its rate") << Before::AnswerAtOnce << 2 << Then::PartOfTheAnswer << 0.0;
+        QTest::newRow("after an early answer to a resend") << Before::AnswerAfterResend << 1 << Then::PartOfTheAnswer << -1.0;
+        QTest::newRow("after a timeout") << Before::Nothing << 1 << Then::Timeout << 0.0;
     }
-
-    void readingPausesUntilTheOldestRequestCanBeAnswered()
+    void readingPauses()
     {
-        ScriptedTransport transport;
-        transport.msPerByte = 0.1;
-        Link link(transport);
-        link.request(Protocol::Program, QByteArray(240, 'p'), 6);
-        QCOMPARE(transport.pauses.last(), 0.0); // a lone request: its answer is read as it comes
-        link.request(Protocol::Program, QByteArray(240, 'q'), 6);
-        // The first request's wire bytes must leave and a 16-byte answer come back.
-        const double least = (transport.written.first().size() + Frame::leastWireBytes(6)) * 0.1
-                             + LinkTimeouts::ReadPauseMargin.count();
-        QVERIFY2(transport.pauses.last() <= least && transport.pauses.last() > least - 5,
-                 qPrintable(QString::number(transport.pauses.last())));
-    }
-
-    void aLineFasterThanItsRateIsNeverPaused()
-    {
-        ScriptedTransport transport;
-        transport.msPerByte = 0.1;
-        Link link(transport);
-        const uint8_t first = link.request(Protocol::Read, {}, 240);
-        transport.deliver(Frame{first, Protocol::Reply, QByteArray(240, 'r')}.encode()); // before its request could have left
-        const uint8_t second = link.request(Protocol::Read, {}, 240);
-        link.request(Protocol::Read, {}, 240);
-        transport.deliver(Frame{second, Protocol::Reply, QByteArray(240, 'r')}.encode().left(40));
-        QCOMPARE(transport.pauses.last(), 0.0);
-    }
-
-    void anEarlyAnswerToAResentRequestSaysNothingOfTheLine()
-    {
-        ScriptedTransport transport;
-        transport.msPerByte = 0.01;
-        Link link(transport);
-        const uint8_t first = link.request(Protocol::Read, {}, 240);
-        QTRY_COMPARE_WITH_TIMEOUT(transport.written.size(), 2, 2000);
-        transport.deliver(Frame{first, Protocol::Reply, QByteArray(240, 'r')}.encode()); // to the first send
-        const uint8_t second = link.request(Protocol::Read, {}, 2400);
-        QTest::qWait(5);
-        transport.deliver(Frame{second, Protocol::Reply, QByteArray(2400, 'r')}.encode().left(40));
-        QVERIFY(transport.pauses.last() > 0);
-    }
-
-    void aTimeoutResumesReading()
-    {
-        ScriptedTransport transport;
-        transport.msPerByte = 0.001;
-        Link link(transport);
-        const uint8_t sequence = link.request(Protocol::Read, {}, 240);
-        transport.deliver(Frame{sequence, Protocol::Reply, QByteArray(240, 'r')}.encode().left(40));
-        QVERIFY(transport.pauses.last() > 0);
-        QTRY_COMPARE_WITH_TIMEOUT(transport.written.size(), 2, 2000); // sent again after the wait
-        QCOMPARE(transport.pauses.last(), 0.0);
-    }
-
-    void theLinkTakesTheAnswerWithItsNumber()
-    {
-        ScriptedTransport transport;
-        Link link(transport);
-        QSignalSpy replied(&link, &Link::replied);
-        link.request(Protocol::VoltageOn, {}, 2);
-        QCOMPARE(transport.written.size(), 1);
-        const Frame sent = decodeOne(transport.written.first());
-        QCOMPARE(sent.type, uint8_t(Protocol::VoltageOn));
-        transport.deliver(Frame{uint8_t(sent.sequence + 7), Protocol::Reply, "stale"}.encode()); // another request's
-        QCOMPARE(replied.size(), 0);
-        transport.deliver(Frame{sent.sequence, Protocol::Reply, "ok"}.encode() + Frame{sent.sequence, Protocol::Reply, "dup"}.encode());
-        QCOMPARE(replied.size(), 1);
-        QCOMPARE(replied.at(0).at(1).toByteArray(), QByteArray("ok"));
-        QCOMPARE(link.outstanding(), 0);
-
-        link.request(Protocol::VoltageOff, {}, 2);
-        QCOMPARE(decodeOne(transport.written.last()).sequence, uint8_t(sent.sequence == 255 ? 1 : sent.sequence + 1));
-        transport.deliver(Frame{sent.sequence, Protocol::Reply, "dup"}.encode()); // a late duplicate
-        QCOMPARE(replied.size(), 1);
-    }
-
-    void aMissingAnswerIsAskedForAgainWithTheSameNumber()
-    {
-        ScriptedTransport transport;
-        Link link(transport);
-        QSignalSpy replied(&link, &Link::replied);
-        link.request(Protocol::Restart, {}, 2);
-        QTRY_COMPARE_WITH_TIMEOUT(transport.written.size(), 2, 2000);
-        QCOMPARE(transport.written.at(1), transport.written.at(0));
-        transport.deliver(Frame{decodeOne(transport.written.at(0)).sequence, Protocol::Reply, {}}.encode());
-        QCOMPARE(replied.size(), 1);
-        QCOMPARE(link.retransmissions(), 1);
-    }
-
-    void aNakSendsAgainAtOnce()
-    {
-        ScriptedTransport transport;
-        Link link(transport);
-        link.request(Protocol::Restart, {}, 2);
-        transport.deliver(Frame{0, Protocol::Nak, {}}.encode());
-        QCOMPARE(transport.written.size(), 2);
-    }
-
-    void busyFramesKeepASlowRequestAlive()
-    {
-        ScriptedTransport transport;
-        Link link(transport);
-        QSignalSpy failed(&link, &Link::failed);
-        link.request(Protocol::Erase, {}, 6);
-        const uint8_t sequence = decodeOne(transport.written.first()).sequence;
-        // Busy for longer than a plain answer may take, and all sends stay at one.
-        for (int i = 0; i < 10; ++i) {
-            QTest::qWait(100);
-            transport.deliver(Frame{sequence, Protocol::Busy, {}}.encode());
+        QFETCH(Before, before);
+        QFETCH(int, onTheWay);
+        QFETCH(Then, then);
+        QFETCH(double, pause);
+        Channel c;
+        c.transport.msPerByte = MsPerByte;
+        if (before != Before::Nothing) { // a long request, whose answer comes long before it could have left
+            const uint8_t first = c.link.request(Protocol::Read, QByteArray(2400, 'q'), 242);
+            if (before == Before::AnswerAfterResend)
+                QTRY_COMPARE_WITH_TIMEOUT(c.transport.written.size(), 2, 2000);
+            c.deliver({first, Protocol::Reply, QByteArray(242, 'r')});
         }
-        QCOMPARE(transport.written.size(), 1);
-        QCOMPARE(failed.size(), 0);
+        uint8_t number = 0;
+        for (int i = 0; i < onTheWay; ++i)
+            number = c.link.request(Protocol::Read, {}, 242);
+        if (then == Then::Timeout)
+            QTRY_COMPARE_WITH_TIMEOUT(c.transport.written.size(), 2, 2000);
+        else if (then != Then::Nothing)
+            c.transport.deliver(Frame{uint8_t(then == Then::PartOfAnotherAnswer ? number + 100 : number),
+                                         then == Then::PartOfABusyFrame ? Protocol::Busy : Protocol::Reply, QByteArray(242, 'r')}
+                                       .encode()
+                                       .left(PartBytes));
+        settle();
+        // Within what stuffing and the time the test takes can change.
+        const double paused = c.transport.pauses.last();
+        QVERIFY2(pause < 0 ? paused > 0 : pause == 0 ? paused == 0 : paused > pause - 5 && paused < pause + 1.5,
+                 qPrintable(QString::number(paused)));
     }
 
-    void aDeadLineFailsAfterEveryAttempt()
+    // The boot ROM takes the program block by block, then starts it; a loader that goes
+    // sends nothing more.
+    void theTransferProgramIsLoadedAndStarted_data()
     {
-        ScriptedTransport transport;
-        Link link(transport);
-        QSignalSpy failed(&link, &Link::failed);
-        link.request(Protocol::Restart, {}, 2);
-        QVERIFY(failed.wait(10000));
-        QCOMPARE(transport.written.size(), 8);
-        QCOMPARE(failed.at(0).at(0).value<Link::Failure>(), Link::Failure::NoAnswer);
-        QVERIFY(failed.at(0).at(1).toString().contains(QStringLiteral("check the cable")));
-        QCOMPARE(link.outstanding(), 0);
+        QTest::addColumn<Load>("load");
+        QTest::addColumn<QString>("outcome");
+        QTest::addColumn<int>("sends");
+        QTest::newRow("loaded and started") << Load::Whole << "started 0" << 4;
+        QTest::newRow("a block refused") << Load::SecondBlockRefused << "the boot ROM refused the block at 20100 (status 1)" << 2;
+        QTest::newRow("the port goes") << Load::PortGoes << ScriptedTransport::Lost << 1;
+        QTest::newRow("the loader goes") << Load::LoaderGoes << "" << 1;
+    }
+    void theTransferProgramIsLoadedAndStarted()
+    {
+        QFETCH(Load, load);
+        QFETCH(QString, outcome);
+        Channel c;
+        c.transport.instrument = [&](const Frame &request) {
+            if (request.type == Protocol::Start)
+                return Protocol::Writer().u32(Protocol::StartResult::Running).done();
+            const bool refused = load == Load::SecondBlockRefused && Protocol::Reader(request.payload).u32() == 0x20100;
+            return Protocol::Writer().u16(refused ? Protocol::Status::BadBlockSum : Protocol::Status::Ok).done();
+        };
+        if (load == Load::PortGoes)
+            c.transport.failNextWrites(1, When::FromTheEventLoop);
+        auto loader = std::make_unique<TransferProgramLoader>(c.link, QByteArray(600, 'k'), 0x20000, 0x20000);
+        QStringList outcomes;
+        connect(loader.get(), &TransferProgramLoader::finished, this, [&](uint32_t result) { outcomes << QStringLiteral("started %1").arg(result); });
+        connect(loader.get(), &TransferProgramLoader::failed, this, [&](const QString &reason) { outcomes << reason; });
+        loader->start();
+        QVERIFY(outcomes.isEmpty());
+        if (load == Load::LoaderGoes)
+            loader.reset();
+        QTRY_COMPARE(outcomes.size(), load == Load::LoaderGoes ? 0 : 1);
+        settle();
+        QCOMPARE(outcomes.value(0), outcome);
+        QTEST(int(c.transport.written.size()), "sends");
+        for (qsizetype i = 0; i + 1 < c.transport.written.size(); ++i)
+            QCOMPARE(Protocol::Reader(c.transport.sent(i).payload).u32(), uint32_t(0x20000 + i * Protocol::LoadBlockBytes));
     }
 
-    void aBrokenTransportFailsAtOnce()
+    // Blocks are answered once on their way, up to the window; any other request waits until
+    // every block is answered, so it is carried out after them.
+    void programBlocksAreAnsweredOnceOnTheirWay()
     {
-        ScriptedTransport transport;
-        Link link(transport);
-        QSignalSpy failed(&link, &Link::failed);
-        link.request(Protocol::Restart, {}, 2);
-        transport.breakDown();
-        QCOMPARE(failed.size(), 1);
-        QCOMPARE(failed.at(0).at(0).value<Link::Failure>(), Link::Failure::TransportLost);
+        Channel c;
+        for (int i = 0; i <= Link::Window; ++i)
+            c.submit(program(0x1000 + i * 240));
+        QCOMPARE(c.answered.size(), Link::Window); // the window is full: the last block waits
+        QCOMPARE(c.transport.written.size(), Link::Window);
+        for (int i = 0; i < Link::Window; ++i)
+            QCOMPARE(c.answerPayload(i), programAnswer(Protocol::Status::Done, 0x1000 + i * 240));
+        c.answer(0, programAnswer(Protocol::Status::Done, 0x1000));
+        QCOMPARE(c.transport.written.size(), Link::Window + 1);
+        QCOMPARE(c.answered.size(), Link::Window + 1);
+        c.submit(voltageOff);
+        for (int i = 1; i <= Link::Window; ++i) {
+            QCOMPARE(c.transport.written.size(), Link::Window + 1);
+            c.answer(i, programAnswer(Protocol::Status::Done, 0x1000 + i * 240));
+        }
+        QCOMPARE(c.transport.sent(Link::Window + 1).type, uint8_t(Protocol::VoltageOff));
+        c.answer(Link::Window + 1, Protocol::Writer().u16(Protocol::Status::VoltageIsOff).done());
+        QCOMPARE(c.answered.last().at(0).value<Kind>(), Kind::VoltageOff);
     }
 
-    void severalRequestsOnTheWayAreMatchedByNumber()
+    // A read also asks for the range after it, which answers the engine's next read at once
+    // or when it arrives; a read elsewhere or any other request drops it.
+    void readsAreServedFromTheReadAhead()
     {
-        ScriptedTransport transport;
-        Link link(transport);
-        QSignalSpy replied(&link, &Link::replied);
-        const uint8_t first = link.request(Protocol::Program, "a", 6);
-        const uint8_t second = link.request(Protocol::Program, "b", 6);
-        const uint8_t third = link.request(Protocol::Program, "c", 6);
-        QCOMPARE(transport.written.size(), 3);
-        QCOMPARE(link.outstanding(), 3);
-        transport.deliver(Frame{second, Protocol::Reply, "2"}.encode() + Frame{first, Protocol::Reply, "1"}.encode());
-        transport.deliver(Frame{third, Protocol::Reply, "3"}.encode());
-        QCOMPARE(replied.size(), 3);
-        QCOMPARE(replied.at(0).at(0).value<uint8_t>(), second);
-        QCOMPARE(replied.at(1).at(1).toByteArray(), QByteArray("1"));
-        QCOMPARE(link.outstanding(), 0);
-        QCOMPARE(link.retransmissions(), 0);
-    }
+        Channel c;
+        c.submit(read(0, 240));
+        QCOMPARE(c.sentPayload(1), read(240, 240).payload);
+        c.answer(0, readAnswer('A', 240));
+        c.answer(1, readAnswer('B', 240));
+        c.submit(read(240, 240)); // already here
+        QCOMPARE(c.answerPayload(1), readAnswer('B', 240));
+        QCOMPARE(c.sentPayload(2), read(480, 240).payload);
+        c.submit(read(480, 240)); // still on its way
+        QCOMPARE(c.answered.size(), 2);
+        c.answer(2, readAnswer('C', 240));
+        QCOMPARE(c.answerPayload(2), readAnswer('C', 240));
 
-    void onlyTheUnansweredGoAgain()
-    {
-        ScriptedTransport transport;
-        Link link(transport);
-        QSignalSpy replied(&link, &Link::replied);
-        const uint8_t first = link.request(Protocol::Program, "a", 6);
-        const uint8_t lost = link.request(Protocol::Program, "b", 6);
-        const uint8_t third = link.request(Protocol::Program, "c", 6);
-        transport.deliver(Frame{first, Protocol::Reply, {}}.encode() + Frame{third, Protocol::Reply, {}}.encode());
-        QTRY_COMPARE_WITH_TIMEOUT(transport.written.size(), 4, 2000); // the wait for the oldest ran out
-        QCOMPARE(decodeOne(transport.written.last()).sequence, lost);
-        QCOMPARE(decodeOne(transport.written.last()).payload, QByteArray("b"));
-        transport.deliver(Frame{lost, Protocol::Reply, {}}.encode());
-        QCOMPARE(replied.size(), 3);
-        QCOMPARE(link.outstanding(), 0);
-    }
-
-    void aNakSendsEveryUnansweredRequestAgain()
-    {
-        ScriptedTransport transport;
-        Link link(transport);
-        const uint8_t first = link.request(Protocol::Program, "a", 6);
-        link.request(Protocol::Program, "b", 6);
-        link.request(Protocol::Program, "c", 6);
-        transport.deliver(Frame{first, Protocol::Reply, {}}.encode() + Frame{0, Protocol::Nak, {}}.encode());
-        QCOMPARE(transport.written.size(), 5);
-        QCOMPARE(decodeOne(transport.written.at(3)).payload, QByteArray("b"));
-        QCOMPARE(decodeOne(transport.written.at(4)).payload, QByteArray("c"));
-    }
-
-    void aBrokenTransportFailsEveryRequestOnTheWayOnce()
-    {
-        ScriptedTransport transport;
-        Link link(transport);
-        QSignalSpy failed(&link, &Link::failed);
-        link.request(Protocol::Program, "a", 6);
-        link.request(Protocol::Program, "b", 6);
-        transport.breakDown();
-        QCOMPARE(failed.size(), 1);
-        QCOMPARE(link.outstanding(), 0);
-        transport.breakDown(); // nothing on the way: nobody to tell
-        QCOMPARE(failed.size(), 1);
-    }
-
-    void portMap()
-    {
-        const PortMap defaults;
-        QCOMPARE(defaults.deviceFor(QStringLiteral("COM1")), QStringLiteral("/dev/ttyS0"));
-        QCOMPARE(defaults.deviceFor(QStringLiteral("com12")), QStringLiteral("/dev/ttyS11"));
-        QCOMPARE(defaults.deviceFor(QStringLiteral("/dev/ttyUSB3")), QStringLiteral("/dev/ttyUSB3"));
-        QCOMPARE(defaults.deviceFor(QStringLiteral("COM0")), QString());
-        QCOMPARE(defaults.deviceFor(QStringLiteral("LPT1")), QString());
-        const PortMap mapped(QStringLiteral("COM1=/dev/ttyUSB0; com2 = /dev/pts/7;broken"));
-        QCOMPARE(mapped.deviceFor(QStringLiteral("COM1")), QStringLiteral("/dev/ttyUSB0"));
-        QCOMPARE(mapped.deviceFor(QStringLiteral("COM2")), QStringLiteral("/dev/pts/7"));
-        QCOMPARE(mapped.deviceFor(QStringLiteral("COM3")), QStringLiteral("/dev/ttyS2"));
-        QCOMPARE(mapped.overrides().size(), 2);
+        c.submit(read(720, 60)); // the end of the range: shorter than the read ahead
+        c.answer(3, readAnswer('D', 240));
+        QCOMPARE(c.sentPayload(4), read(720, 60).payload);
+        c.answer(4, readAnswer('E', 60));
+        QCOMPARE(c.answerPayload(3), readAnswer('E', 60));
+        c.submit(voltageOff); // programming may follow: what was read ahead is stale
+        c.answer(5, readAnswer('F', 60));
+        c.answer(6, Protocol::Writer().u16(Protocol::Status::VoltageIsOff).done());
+        c.submit(read(780, 60));
+        QCOMPARE(c.sentPayload(7), read(780, 60).payload); // asked again, not served from before
     }
 };
 
