@@ -1,7 +1,7 @@
 #include "link/GpibControllerTransport.h"
 
 #include "link/Frame.h"
-#include "link/GpibTimeouts.h"
+#include "link/LinkTimeouts.h"
 
 #include <QSerialPort>
 #include <QTcpSocket>
@@ -85,7 +85,7 @@ void GpibControllerTransport::connectTcp()
     connect(raw, &QIODevice::readyRead, this, &GpibControllerTransport::onReadable);
     m_device = std::move(socket);
     m_state = State::Connecting;
-    m_openingTimeout.start(GpibTimeouts::Connect);
+    m_openingTimeout.start(LinkTimeouts::Gpib::Connect);
     raw->connectToHost(m_target.device, m_target.tcpPort);
 }
 
@@ -97,9 +97,9 @@ void GpibControllerTransport::setUpController()
     m_setUpAnswer.clear();
     m_device->write(QStringLiteral("++mode 1\n++addr %1\n++auto 0\n++eoi 1\n++eos 3\n++read_tmo_ms %2\n++ver\n")
                         .arg(m_target.address)
-                        .arg(GpibTimeouts::TalkerSilence)
+                        .arg(LinkTimeouts::Gpib::TalkerSilence)
                         .toLatin1());
-    m_openingTimeout.start(GpibTimeouts::ControllerAnswer);
+    m_openingTimeout.start(LinkTimeouts::Gpib::ControllerAnswer);
 }
 
 void GpibControllerTransport::onOpeningTimeout()
@@ -107,7 +107,7 @@ void GpibControllerTransport::onOpeningTimeout()
     if (m_state == State::Connecting)
         failOpening(QStringLiteral("%1 cannot be reached (no answer within %2 s); check the address and the network")
                         .arg(m_target.describe())
-                        .arg(GpibTimeouts::Connect / 1000));
+                        .arg(LinkTimeouts::Gpib::Connect / 1000));
     else
         failOpening(QStringLiteral("%1 does not answer (no reply to ++ver); check that it is a \"++\" GPIB controller "
                                    "and that it is switched on")
@@ -142,7 +142,7 @@ void GpibControllerTransport::close()
 
 double GpibControllerTransport::wireTimeMs(int count) const
 {
-    return GpibTimeouts::wireTimeMs(count);
+    return LinkTimeouts::Gpib::wireTimeMs(count);
 }
 
 void GpibControllerTransport::setAwaitingAnswers(bool awaiting)
@@ -160,7 +160,7 @@ void GpibControllerTransport::askToTalk()
     m_insideFrame = false;
     m_messageBytes = 0;
     m_device->write("++read eoi\n");
-    m_readTimeout.start(GpibTimeouts::TalkerSilence + GpibTimeouts::ReadMargin);
+    m_readTimeout.start(LinkTimeouts::Gpib::TalkerSilence + LinkTimeouts::Gpib::ReadMargin);
 }
 
 void GpibControllerTransport::onReadable()
@@ -196,7 +196,7 @@ void GpibControllerTransport::takeMessageBytes(const QByteArray &bytes)
     if (m_messageBytes > EmptyMessageBytes)
         askToTalk(); // it had something: there may be more
     else
-        m_nextPoll.start(GpibTimeouts::PollInterval); // nothing yet: ask again shortly
+        m_nextPoll.start(LinkTimeouts::Gpib::PollInterval); // nothing yet: ask again shortly
 }
 
 void GpibControllerTransport::onReadTimeout()

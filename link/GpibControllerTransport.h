@@ -7,8 +7,8 @@
 // ("++read eoi"), over and over: each time the instrument sends what it has, or an empty
 // frame (two END bytes) when it has nothing, always ending with EOI on an END byte.
 //
-// Opening connects (over TCP, bounded by GpibTimeouts::Connect), sets the controller up and
-// waits for its answer to ++ver (bounded by GpibTimeouts::ControllerAnswer), all on the event
+// Opening connects (over TCP, bounded by LinkTimeouts::Gpib::Connect), sets the controller up and
+// waits for its answer to ++ver (bounded by LinkTimeouts::Gpib::ControllerAnswer), all on the event
 // loop.
 #include "link/GpibTarget.h"
 #include "link/Transport.h"

@@ -1,6 +1,6 @@
 #include "link/LinuxGpibTransport.h"
 
-#include "link/GpibTimeouts.h"
+#include "link/LinkTimeouts.h"
 #include "link/LinuxGpibWorker.h"
 
 #include <QCoreApplication>
@@ -63,7 +63,7 @@ void LinuxGpibTransport::close()
     m_worker->disconnect(this);
     m_worker = nullptr;
     m_thread->quit(); // after the library call on its way, if any
-    if (!m_thread->wait(QDeadlineTimer(GpibTimeouts::WorkerJoin))) {
+    if (!m_thread->wait(QDeadlineTimer(LinkTimeouts::Gpib::WorkerJoin))) {
         // A library call outlived the device's timeout: the thread ends, and goes, on its own.
         QThread *stuck = m_thread.release();
         connect(stuck, &QThread::finished, stuck, &QObject::deleteLater);
@@ -75,7 +75,7 @@ void LinuxGpibTransport::close()
 
 double LinuxGpibTransport::wireTimeMs(int count) const
 {
-    return GpibTimeouts::wireTimeMs(count);
+    return LinkTimeouts::Gpib::wireTimeMs(count);
 }
 
 QString LinuxGpibTransport::silenceReason(int attempts) const

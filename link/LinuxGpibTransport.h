@@ -4,7 +4,7 @@
 // machines without it. Frames are written with ibwrt (EOI on the last byte); while the link
 // waits for answers the transport reads with ibrd. Those calls block, so they all run on a
 // worker thread (LinuxGpibWorker) and the program's own thread never waits in the library:
-// only closing waits for the worker to end, at most GpibTimeouts::WorkerJoin.
+// only closing waits for the worker to end, at most LinkTimeouts::Gpib::WorkerJoin.
 #include "link/GpibTarget.h"
 #include "link/Transport.h"
 

@@ -1,7 +1,7 @@
 #include "link/LinuxGpibWorker.h"
 
 #include "link/Frame.h"
-#include "link/GpibTimeouts.h"
+#include "link/LinkTimeouts.h"
 
 #include <dlfcn.h>
 
@@ -11,10 +11,10 @@ constexpr int StatusError = 0x8000;
 constexpr int NoListener = 2;    // ENOL
 constexpr int Aborted = 6;       // EABO: the read or write timed out
 constexpr int NoBoard = 7;       // ENEB
-constexpr int Timeout300ms = 10; // T300ms, the index of GpibTimeouts::TalkerSilence
+constexpr int Timeout300ms = 10; // T300ms, the index of LinkTimeouts::Gpib::TalkerSilence
 constexpr int AssertEoi = 1;
 constexpr int ReadBytes = Frame::MaxPayload * 2 + 16; // a stuffed frame and more
-static_assert(GpibTimeouts::TalkerSilence == 300);
+static_assert(LinkTimeouts::Gpib::TalkerSilence == 300);
 } // namespace
 
 struct LinuxGpibWorker::Library {
@@ -34,7 +34,7 @@ struct LinuxGpibWorker::Library {
 LinuxGpibWorker::LinuxGpibWorker(const GpibTarget &target, const QString &library)
     : m_target(target), m_libraryName(library)
 {
-    m_poll.setInterval(GpibTimeouts::PollInterval);
+    m_poll.setInterval(LinkTimeouts::Gpib::PollInterval);
     connect(&m_poll, &QTimer::timeout, this, &LinuxGpibWorker::readOnce);
 }
 
