@@ -1,9 +1,12 @@
-// The headless tool as scripts use it: the real varnolt-cli binary updates the simulated
-// instrument over a pseudo-terminal from the demo package, and its output, exit status, log
-// file and the instrument's flash are checked.
+// Whole updates as scripts and production lines run them: the real varnolt-cli updates the
+// simulated instrument over a pseudo-terminal (on a serial line, or behind an emulated "++"
+// GPIB controller) from the demo package, and its output, exit status, log file, the saved
+// calibration data and the instrument's flash are checked byte for byte, also when the line
+// is noisy, the instrument refuses or the port goes away.
 #include "tests/e2e/InstrumentProcess.h"
 #include "tools/demo-package/DemoPackage.h"
 #include "package/ZipArchive.h"
+#include "tools/package-builder/PackageBuilder.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -203,16 +206,135 @@ private slots:
         QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29LV800"), 0x100000), expectedLanguageChip(QStringLiteral("TEXT_DE.BIN")));
     }
 
-    void aFailedUpdateSaysWhyAndExitsWithOne()
+    // Each row: the instrument (its faults, how the port reaches it) and what the update ends
+    // in. DEVICE stands for the instrument's pseudo-terminal.
+    void updates_data()
     {
-        QStringList args = instrumentArgs();
-        args << QStringLiteral("--wrong-checksum");
-        InstrumentProcess instrument(args);
-        const CliRun result = run({"update", m_package, "--quiet"}, instrument.device());
-        QCOMPARE(result.exitCode, 1);
-        QVERIFY(result.text().startsWith(QStringLiteral("The Firmware Upload process failed.\n\n")));
-        QVERIFY(!result.text().contains(QStringLiteral("Manufacturer"))); // --quiet: the result only
-        QCOMPARE(bytesOf(m_readBack), m_calibration);
+        QTest::addColumn<QStringList>("faults"); // the instrument's fault options
+        QTest::addColumn<QString>("reach");      // serial, gpib (USB controller), gpib-tcp, gpib7 (wrong address), missing
+        QTest::addColumn<QStringList>("options"); // of the tool
+        QTest::addColumn<QString>("message");    // the failure's message ("" for success)
+        QTest::addColumn<QString>("lastLine");   // the step's last log line before the shutdown ("" to skip)
+        QTest::addColumn<int>("outcome");        // 0 updated, 1 untouched, 2 calibration saved only, 3 nothing saved
+        const QStringList none;
+        QTest::newRow("serial") << none << "serial" << none << "" << "Instrument Restarted" << 0;
+        QTest::newRow("at the line rate, with the flash's own times") << QStringList{"paced"} << "serial" << none << ""
+                                                                       << "Instrument Restarted" << 0;
+        QTest::newRow("transfer program only") << none << "serial" << QStringList{"--transfer-only"} << "" << "Transfer Program Read (TP207.BIN)"
+                                               << 1;
+        QTest::newRow("one byte in 1000 damaged") << QStringList{"--corrupt-rate", "0.001", "--seed", "7"} << "serial" << none << ""
+                                                  << "" << 0;
+        QTest::newRow("one byte in 1000 damaged, another seed") << QStringList{"--corrupt-rate", "0.001", "--seed", "8"} << "serial"
+                                                                << none << "" << "" << 0;
+        QTest::newRow("one byte in 1000 lost") << QStringList{"--drop-rate", "0.001", "--seed", "9"} << "serial" << none << "" << ""
+                                               << 0;
+        QTest::newRow("wrong checksum") << QStringList{"--wrong-checksum"} << "serial" << none << "" << "Checksum Error,  Target = H"
+                                        << 2;
+        QTest::newRow("erase fails") << QStringList{"--fail-erase", "0x20000"} << "serial" << none
+                                     << "FLASH ERASE ERROR, failed at address = 20000" << "FlashDelete ERROR" << 2;
+        QTest::newRow("a block fails") << QStringList{"--fail-program", "0x12345"} << "serial" << none
+                                       << "PROGRAMMING ERROR, failed at address 12345" << "Prog ERROR" << 2;
+        QTest::newRow("the last block of an image fails") << QStringList{"--fail-program", "0x102FF8"} << "serial" << none
+                                                          << "program the block at H102FF8" << "" << 2;
+        QTest::newRow("voltage refused") << QStringList{"--refuse-voltage"} << "serial" << none << "PROGRAMMING POWER ON ERROR0"
+                                         << "Error setting Programming Voltage On" << 2;
+        QTest::newRow("the port goes while programming")
+            << QStringList{"--disconnect-after", "12000"} << "serial" << none
+            << "the serial port DEVICE went away; check the cable and the USB adapter" << "Prog ERROR" << 2;
+        QTest::newRow("a missing device") << none << "missing" << none
+                                          << "Communications Port failed to initialise: the serial device /dev/varnolt-no-such-tty "
+                                             "does not exist; check the port name and the TROVEX_PORTS map"
+                                          << "" << 3;
+        QTest::newRow("GPIB, USB controller") << none << "gpib" << none << "" << "Instrument Restarted" << 0;
+        QTest::newRow("GPIB, network controller") << none << "gpib-tcp" << none << "" << "Instrument Restarted" << 0;
+        QTest::newRow("GPIB, no instrument at the address")
+            << none << "gpib7" << none
+            << "no instrument answers at GPIB address 7 behind the GPIB controller on DEVICE; check the address set on the "
+               "instrument, the address in TROVEX_PORTS and the GPIB cable"
+            << "" << 3;
+        QTest::newRow("GPIB, the controller goes while programming")
+            << QStringList{"--disconnect-after", "12000"} << "gpib" << none << "the GPIB controller on DEVICE went away; check its USB cable"
+            << "Prog ERROR" << 2;
+        QTest::newRow("GPIB, a device that is no controller")
+            << none << "gpib-on-serial" << none
+            << "the GPIB controller on DEVICE does not answer (no reply to ++ver); check that it is a \"++\" GPIB controller "
+               "and that it is switched on"
+            << "" << 3;
+    }
+    void updates()
+    {
+        QFETCH(QStringList, faults);
+        QFETCH(QString, reach);
+        QFETCH(QStringList, options);
+        QFETCH(QString, message);
+        QFETCH(QString, lastLine);
+        QFETCH(int, outcome);
+        const bool paced = faults.removeAll(QStringLiteral("paced")) > 0;
+        const bool gpib = reach.startsWith(QStringLiteral("gpib")) && reach != QStringLiteral("gpib-on-serial");
+        const quint16 tcpPort = quint16(20000 + QCoreApplication::applicationPid() % 20000);
+        QStringList instrumentOptions = instrumentArgs(paced) + faults;
+        if (gpib)
+            instrumentOptions << "--gpib" << "6";
+        if (reach == QStringLiteral("gpib-tcp"))
+            instrumentOptions << "--tcp" << QString::number(tcpPort);
+        InstrumentProcess instrument(instrumentOptions);
+        QVERIFY(instrument.started());
+        const QString device = reach == QStringLiteral("missing") ? QStringLiteral("/dev/varnolt-no-such-tty") : instrument.device();
+        QString portMap = QStringLiteral("COM1=") + device;
+        if (reach.startsWith(QStringLiteral("gpib"))) {
+            const QString controller = reach == QStringLiteral("gpib-tcp") ? QStringLiteral("127.0.0.1:%1").arg(tcpPort) : device;
+            portMap = QStringLiteral("GPIB0=%1,%2").arg(controller).arg(reach == QStringLiteral("gpib7") ? 7 : 6);
+            options << "--port" << "GPIB0";
+        }
+        QProcess tool;
+        tool.setProcessEnvironment(environment(portMap));
+        tool.setWorkingDirectory(m_folder.path());
+        tool.start(QStringLiteral(VARNOLT_CLI), QStringList{"update", m_package} + options);
+        QVERIFY(tool.waitForFinished(RunLimitMs));
+        const QString text = QString::fromUtf8(tool.readAllStandardOutput());
+        QCOMPARE(tool.exitCode(), outcome <= 1 ? 0 : 1);
+        if (!message.isEmpty())
+            QVERIFY2(text.contains(QStringLiteral("The Firmware Upload process failed.\n\n"))
+                         && text.contains(QString(message).replace(QStringLiteral("DEVICE"), device)),
+                     qPrintable(text));
+        const QStringList lines = text.split(QLatin1Char('\n'));
+        const qsizetype closing = lines.indexOf(QStringLiteral("Close Communication Channel"));
+        if (!lastLine.isEmpty())
+            QVERIFY2(closing > 0 && lines.at(closing - 1).startsWith(lastLine), qPrintable(text));
+
+        QCOMPARE(bytesOf(m_readBack), outcome == 3 || outcome == 1 ? QByteArray() : m_calibration);
+        if (outcome == 0) {
+            QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip());
+            QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29LV800"), 0x100000),
+                     expectedLanguageChip(QStringLiteral("TEXT_EN.BIN")));
+        } else if (outcome == 1) {
+            QByteArray untouched(512 * 1024, '\xFF');
+            untouched.replace(0, m_calibration.size(), m_calibration);
+            QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), untouched);
+        }
+    }
+
+    // A run that failed leaves the instrument ready for the next: a package whose transfer
+    // program the boot ROM refuses, then the right one.
+    void aSecondRunAfterAFailedOneCompletes()
+    {
+        InstrumentProcess instrument(instrumentArgs());
+        const QString broken = member(QStringLiteral("broken/Model7.KDPKG"));
+        QVERIFY(QDir().mkpath(QFileInfo(broken).path()));
+        PackageBuilder builder;
+        ZipArchive demo(m_package);
+        for (const auto &[name, size] : demo.members())
+            builder.addMember(name, name == QStringLiteral("TP207.BIN") ? QByteArray("XXXX") + QByteArray(2044, '\0')
+                                                                         : demo.read(*demo.find(name)).value_or(QByteArray()));
+        QString error;
+        QVERIFY2(builder.write(broken, &error), qPrintable(error));
+        const CliRun bad = run({"update", broken}, instrument.device());
+        QCOMPARE(bad.exitCode, 1);
+        QVERIFY2(bad.text().contains(QStringLiteral("\nTransfer Program Failed, Error Code = 2\n")), qPrintable(bad.text()));
+        QFile::remove(m_readBack);
+        const CliRun good = run({"update", m_package}, instrument.device());
+        QCOMPARE(good.exitCode, 0);
+        QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip());
     }
 
     void badUsageExitsWithTwo_data()
