@@ -83,91 +83,49 @@ private slots:
         QCOMPARE(f.engine.QX_Error_GetLastErrorString(), QStringLiteral("PROGRAMMING POWER ON ERROR42"));
     }
 
-    void identificationFillsBothCodes()
+    // The identification (161) and checksum (166) answers ask the layer for its error code
+    // before and after each value: the first nonzero one ends the reading, keeping the values
+    // read so far and the layer's text unchanged. The error event trims that text.
+    void answersThatCarryValues_data()
     {
-        EngineFixture f;
-        ScriptedAppLayer::Reply reply = ScriptedAppLayer::response(161);
-        reply.manufacturerCode = 0x89;
-        reply.deviceCode = 0xA2;
-        raise(f, reply);
-        QCOMPARE(f.engine.ManufacturerCode, 0x89);
-        QCOMPARE(f.engine.DeviceCode, 0xA2);
-        QCOMPARE(f.engine.QX_Error_GetLastError(), 0);
-        const QStringList expected = {"Restart", "GetErrorCode", "GetManufacturerCode", "GetErrorCode",
-                                      "GetDeviceCode", "GetErrorCode"};
-        QCOMPARE(f.callNames(), expected);
-    }
-
-    void identificationStopsAtTheFirstLayerError_data()
-    {
+        QTest::addColumn<int>("id"); // 0: the error event
         QTest::addColumn<QList<int16_t>>("errorCodes");
-        QTest::addColumn<int>("manufacturer");
-        QTest::addColumn<int>("device");
-        // Before: manufacturer 1, device 2; the reply carries 0x89 and 0xA2.
-        QTest::newRow("first check") << QList<int16_t>{5} << 1 << 2;
-        QTest::newRow("second check keeps the new manufacturer") << QList<int16_t>{0, 5} << 0x89 << 2;
-        QTest::newRow("third check keeps both") << QList<int16_t>{0, 0, 5} << 0x89 << 0xA2;
+        QTest::addColumn<QList<int>>("values"); // manufacturer, device, checksum afterwards
+        QTest::addColumn<QString>("message");
+        const QString layer = QStringLiteral("Error occurred in communications layer, Code = ");
+        // Before: manufacturer 1, device 2, checksum 3; the answer carries 0x89, 0xA2 and 0x1D4.
+        QTest::newRow("161 fills both codes") << 161 << QList<int16_t>{0} << QList<int>{0x89, 0xA2, 3} << "OK";
+        QTest::newRow("161, first check") << 161 << QList<int16_t>{5} << QList<int>{1, 2, 3} << layer + " no flash ";
+        QTest::newRow("161, second check keeps the manufacturer") << 161 << QList<int16_t>{0, 5} << QList<int>{0x89, 2, 3}
+                                                                  << layer + " no flash ";
+        QTest::newRow("161, third check keeps both") << 161 << QList<int16_t>{0, 0, 5} << QList<int>{0x89, 0xA2, 3}
+                                                     << layer + " no flash ";
+        QTest::newRow("166 takes the whole value") << 166 << QList<int16_t>{0} << QList<int>{1, 2, 0x1D4} << "OK";
+        QTest::newRow("166, first check") << 166 << QList<int16_t>{7} << QList<int>{1, 2, 3} << layer + " no flash ";
+        QTest::newRow("166, second check keeps the sum") << 166 << QList<int16_t>{0, 7} << QList<int>{1, 2, 0x1D4}
+                                                         << layer + " no flash ";
+        QTest::newRow("the error event") << 0 << QList<int16_t>{-3} << QList<int>{1, 2, 3} << layer + "-3 no flash";
     }
-    void identificationStopsAtTheFirstLayerError()
+    void answersThatCarryValues()
     {
+        QFETCH(int, id);
         QFETCH(QList<int16_t>, errorCodes);
-        QFETCH(int, manufacturer);
-        QFETCH(int, device);
-
+        QFETCH(QList<int>, values);
+        QFETCH(QString, message);
         EngineFixture f;
         f.engine.ManufacturerCode = 1;
         f.engine.DeviceCode = 2;
-        ScriptedAppLayer::Reply reply = ScriptedAppLayer::response(161);
+        f.engine.TargetChecksum = 3;
+        ScriptedAppLayer::Reply reply = id == 0 ? ScriptedAppLayer::errorEvent(errorCodes.first(), QString())
+                                                : ScriptedAppLayer::response(id);
         reply.manufacturerCode = 0x89;
         reply.deviceCode = 0xA2;
-        reply.errorCodes = errorCodes;
-        reply.errorText = QStringLiteral(" no flash at 0 ");
-        raise(f, reply);
-        QCOMPARE(f.engine.ManufacturerCode, manufacturer);
-        QCOMPARE(f.engine.DeviceCode, device);
-        QCOMPARE(f.engine.QX_Error_GetLastError(), 111);
-        // The layer's text is taken unchanged.
-        QCOMPARE(f.engine.QX_Error_GetLastErrorString(),
-                 QStringLiteral("Error occurred in communications layer, Code =  no flash at 0 "));
-    }
-
-    void checksumAnswer()
-    {
-        EngineFixture f;
-        ScriptedAppLayer::Reply reply = ScriptedAppLayer::response(166);
         reply.checksum = 0x1D4;
+        reply.errorCodes = errorCodes;
+        reply.errorText = QStringLiteral(" no flash ");
         raise(f, reply);
-        QCOMPARE(f.engine.TargetChecksum, 0x1D4);
-        QCOMPARE(f.engine.QX_Error_GetLastError(), 0);
-
-        reply.checksum = 0x55;
-        reply.errorCodes = {0, 7};
-        reply.errorText = QStringLiteral("checksum garbled");
-        raise(f, reply);
-        QCOMPARE(f.engine.TargetChecksum, 0x55); // stored before the failing check
-        QCOMPARE(f.engine.QX_Error_GetLastErrorString(),
-                 QStringLiteral("Error occurred in communications layer, Code = checksum garbled"));
-
-        EngineFixture g;
-        g.engine.TargetChecksum = 3;
-        reply.errorCodes = {7};
-        raise(g, reply);
-        QCOMPARE(g.engine.TargetChecksum, 3);
-        QCOMPARE(g.engine.QX_Error_GetLastError(), 111);
-    }
-
-    void errorEventText()
-    {
-        EngineFixture f;
-        raise(f, ScriptedAppLayer::errorEvent(-3, QStringLiteral("  port vanished  ")));
-        QCOMPARE(f.engine.QX_Error_GetLastError(), 111);
-        QCOMPARE(f.engine.QX_Error_GetLastErrorString(),
-                 QStringLiteral("Error occurred in communications layer, Code = -3 port vanished"));
-
-        EngineFixture g;
-        raise(g, ScriptedAppLayer::errorEvent(42, QString()));
-        QCOMPARE(g.engine.QX_Error_GetLastErrorString(),
-                 QStringLiteral("Error occurred in communications layer, Code = 42 "));
+        QCOMPARE((QList<int>{f.engine.ManufacturerCode, f.engine.DeviceCode, f.engine.TargetChecksum}), values);
+        QCOMPARE(f.engine.QX_Error_GetLastErrorString(), message);
     }
 };
 

@@ -168,13 +168,6 @@ private slots:
         QVERIFY(enabled(w, frmWizard::Exit));
     }
 
-    void theFinishedTextBeforeAnyResult()
-    {
-        WizardFixture f;
-        frmWizard &w = f.open();
-        QCOMPARE(w.resultText(), QStringLiteral("The Varnolt Wizard is finished.\r\n\r\nTo exit the Wizard click Finish."));
-    }
-
     void keys()
     {
         WizardFixture f;
@@ -227,16 +220,6 @@ private slots:
         QCOMPARE(w.lstPackages().item(2)->text(), QStringLiteral("Browsed"));
         QCOMPARE(w.lstPackages().currentRow(), 2);
         QCOMPARE(w.engine()->package().path(), other.path());
-    }
-
-    void geometry()
-    {
-        WizardFixture f;
-        frmWizard &w = f.open();
-        QCOMPARE(w.size(), QSize(602, 338));
-        QCOMPARE(w.navButton(frmWizard::Exit).geometry(), QRect(522, 8, 73, 21));
-        QCOMPARE(w.lstPackages().geometry(), QRect(184, 56, 321, 95));
-        QVERIFY(!w.navButton(frmWizard::NextButton).isDefault());
     }
 };
 
