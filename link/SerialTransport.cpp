@@ -3,6 +3,7 @@
 #include "link/LinkTimeouts.h"
 #include "link/SerialDevice.h"
 
+#include <QPointer>
 #include <cerrno>
 #include <cmath>
 #include <unistd.h>
@@ -89,8 +90,11 @@ void SerialTransport::onReadable()
         n = ::read(m_descriptor, bytes.data() + had, size_t(ReadChunk));
         bytes.resize(had + std::max<qsizetype>(n, 0));
     } while (n == ReadChunk); // a full chunk: there may be more
+    const QPointer<SerialTransport> alive(this);
     if (!bytes.isEmpty())
         emit received(bytes);
+    if (!alive)
+        return; // whoever took the bytes closed the channel
     // End of file is a hang-up; EIO a port whose device or other end is gone.
     if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR))
         lost();
