@@ -14,6 +14,10 @@ inline constexpr auto ReplyMargin = 250ms;
 // bytes) take 38 s at 4800 baud. Only a wrong estimate reaches it; a resend then comes late,
 // not never.
 inline constexpr auto LongestReplyWait = 40s;
+// The longest a channel may take to open: a network controller's connection (Gpib::Connect,
+// 3 s) and its answer to "++ver" (Gpib::ControllerAnswer, 1 s) are the slowest opens that
+// succeed; a transport that has said nothing after this is hung (a stuck driver).
+inline constexpr auto LongestOpen = 10s;
 // A busy instrument sends a busy frame every 100 ms; three missed in a row mean it is gone.
 inline constexpr auto BusySilence = 400ms;
 // The longest one request may keep the instrument busy without an answer: erasing the whole of

@@ -1,12 +1,14 @@
 #include "trovex/Trovex.h"
 
 #include "engine/AnswerCodes.h"
+#include "link/LinkTimeouts.h"
 #include "link/Protocol.h"
 #include "link/TransferProgramLoader.h"
 #include "link/TransportFactory.h"
 #include "trovex/TrovexError.h"
 
 #include <QRegularExpression>
+#include <QTimer>
 #include <algorithm>
 #include <cstring>
 #include <optional>
@@ -69,6 +71,13 @@ bool Trovex::openTransport(std::unique_ptr<Transport> transport)
     const QObject listening; // the connections below end with it
     connect(m_transport.get(), &Transport::opened, &listening, [&] { opened = true; });
     connect(m_transport.get(), &Transport::failed, &listening, [&](const QString &reason) { failure = reason; });
+    QTimer deadline; // a transport that never says anything must not hold the run
+    deadline.setSingleShot(true);
+    connect(&deadline, &QTimer::timeout, &listening, [&] {
+        failure = QStringLiteral("the port did not open within %1 seconds; check its device and driver")
+                      .arg(std::chrono::seconds(LinkTimeouts::LongestOpen).count());
+    });
+    deadline.start(LinkTimeouts::LongestOpen);
     m_transport->open();
     if (!m_wait([&] { return opened || failure; })) {
         CloseChannel();
