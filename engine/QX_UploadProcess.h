@@ -54,6 +54,9 @@ public:
     // The whole update run; true when every step succeeded. The outcome's message is the
     // last error.
     bool Upload();
+    // Why the layer could not open the channel in the last run (a missing device, a missing
+    // permission, a busy port, ...); empty when it opened or gave no reason.
+    QString openFailureReason() const { return m_openFailureReason; }
 
     // --- Flash passes of a run -----------------------------------------------------------
     bool DownloadFlashMemories();
@@ -146,6 +149,7 @@ private:
     Package m_package;
     std::vector<QString> m_tempCopies;  // configuration copies to remove at the end
     bool m_transferOnly = false;
+    QString m_openFailureReason;
     EngineClock m_clock = EngineClock::system();
     std::unique_ptr<ApplicationLayer> AppLayer;
 };

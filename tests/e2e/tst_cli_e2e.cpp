@@ -242,8 +242,7 @@ private slots:
             << QStringList{"--disconnect-after", "12000"} << "serial" << none
             << "the serial port DEVICE went away; check the cable and the USB adapter" << "Prog ERROR" << 2;
         QTest::newRow("a missing device") << none << "missing" << none
-                                          << "Communications Port failed to initialise: the serial device /dev/varnolt-no-such-tty "
-                                             "does not exist; check the port name and the TROVEX_PORTS map"
+                                          << "\nthe serial device DEVICE does not exist; check the port name and the TROVEX_PORTS map\n"
                                           << "" << 3;
         QTest::newRow("GPIB, USB controller") << none << "gpib" << none << "" << "Instrument Restarted" << 0;
         QTest::newRow("GPIB, network controller") << none << "gpib-tcp" << none << "" << "Instrument Restarted" << 0;
