@@ -138,10 +138,10 @@ private slots:
     {
         QVERIFY(m_folder.isValid());
         m_calibrationSource = member(QStringLiteral("instrument-calibration.bin"));
-        m_readBack = member(QStringLiteral("CAL-M7.BIN"));
+        m_readBack = member(DemoPackage::CalibrationFile);
         writeFile(m_calibrationSource, m_calibration);
         QString error;
-        m_package = DemoPackage::write(m_folder.path(), m_readBack, &error);
+        m_package = DemoPackage::write(m_folder.path(), &error);
         QVERIFY2(!m_package.isEmpty(), qPrintable(error));
         QVERIFY(!packageMember(QStringLiteral("MAIN207.BIN")).isEmpty());
     }
@@ -386,7 +386,7 @@ private slots:
         if (exitCode == 0) {
             QCOMPARE(bytesOf(m_readBack), m_calibration);
         } else {
-            QVERIFY2(result.text().contains(QStringLiteral("Filename Invalid ") + m_readBack), qPrintable(result.text()));
+            QVERIFY2(result.text().contains(QStringLiteral("Filename Invalid ") + DemoPackage::CalibrationFile), qPrintable(result.text()));
             QCOMPARE(bytesOf(m_readBack), earlier);
             QByteArray untouched(512 * 1024, '\xFF');
             untouched.replace(0, m_calibration.size(), m_calibration);
@@ -483,8 +483,9 @@ private slots:
               QStringLiteral("  Transfer:      TP207.BIN  2048 bytes, load H20000, start H20000\n"),
               QStringLiteral("  Memory:        AM29F040 (16) H0..H7FFFF (524288 bytes)\n"),
               QStringLiteral("  Erase:         H10000..H3FFFF (196608 bytes)\n"),
-              QStringLiteral("  Read back:     ") + m_readBack + QStringLiteral("  H0..H3FF (1024 bytes)\n"),
-              QStringLiteral("  Programs (GERMAN):\n    MAIN207.BIN  H10000..H27FFF (98304 bytes)\n    TEXT_DE.BIN  H100000..H1033FF (13312 bytes)\n")})
+              QStringLiteral("  Read back:     CAL-M7.BIN  H0..H3FF (1024 bytes)\n"),
+              QStringLiteral("  Programs (GERMAN):\n    MAIN207.BIN  H10000..H27FFF (98304 bytes)\n"),
+              QStringLiteral("    TEXT_DE.BIN  H100000..H1033FF (13312 bytes)\n")})
             QVERIFY2(text.contains(expected), qPrintable(expected + QStringLiteral(" not in:\n") + text));
     }
 

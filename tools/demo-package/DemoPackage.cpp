@@ -19,7 +19,7 @@ QByteArray image(int size, uint32_t seed)
     return bytes;
 }
 
-QByteArray configuration(const QString &calibrationFile)
+QByteArray configuration()
 {
     return QStringLiteral(
                "; Model 7 signal analyser, firmware 2.07\r\n"
@@ -47,17 +47,17 @@ QByteArray configuration(const QString &calibrationFile)
                "PROGRAM1=0X100000,TEXT_EN.BIN\r\n"
                "[GERMAN]\r\n"
                "PROGRAM1=0X100000,TEXT_DE.BIN\r\n")
-        .arg(calibrationFile)
+        .arg(CalibrationFile)
         .toLatin1();
 }
 
 } // namespace
 
-QString write(const QString &folder, const QString &calibrationFile, QString *error)
+QString write(const QString &folder, QString *error)
 {
     PackageBuilder builder;
     builder.setComment(QStringLiteral("Model 7 Signal Analyser - Firmware 2.07"));
-    builder.addMember(QStringLiteral("KDCONFIG.INI"), configuration(calibrationFile));
+    builder.addMember(QStringLiteral("KDCONFIG.INI"), configuration());
     builder.addMember(QStringLiteral("KDNOTES.TXT"),
                       "Firmware 2.07 (November 2026)\nFaster sweeps below 10 kHz, corrected marker readout, "
                       "new German online help.");

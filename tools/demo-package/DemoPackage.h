@@ -5,7 +5,9 @@
 #include <QString>
 
 namespace DemoPackage {
-// Writes "Model7-Firmware-2.07.KDPKG" into folder; the calibration read-back goes to
-// calibrationFile. Returns the package's path, or "" with a reason in *error.
-QString write(const QString &folder, const QString &calibrationFile, QString *error);
+// The read-back file, in the working folder of the update.
+inline const QString CalibrationFile = QStringLiteral("CAL-M7.BIN");
+// Writes "Model7-Firmware-2.07.KDPKG" into folder. Returns the package's path, or "" with a
+// reason in *error.
+QString write(const QString &folder, QString *error);
 }
