@@ -44,8 +44,8 @@ bool QX_UploadProcess::Upload()
         UpdateEntireProgress();
         result = openChannel() && uploadTransferProgram()
                  && (m_transferOnly
-                     || (identifyFlashMemories() && DownloadFlashMemories() && EraseFlashMemories()
-                         && ProgramFlashMemories()));
+                     || (identifyFlashMemories() && DownloadFlashMemories() && loadWriteBackImages()
+                         && EraseFlashMemories() && ProgramFlashMemories()));
         if (result && !m_transferOnly && !ContinueFlag) {
             request([](ApplicationLayer &layer) { layer.Restart(); });
             AddLogLine(QStringLiteral("Instrument Restarted"));

@@ -2,7 +2,9 @@
 // simulated instrument over a pseudo-terminal (on a serial line, or behind an emulated "++"
 // GPIB controller) from the demo package, and its output, exit status, log file, the saved
 // calibration data and the instrument's flash are checked byte for byte, also when the line
-// is noisy, the instrument refuses or the port goes away.
+// is noisy, the instrument refuses or the port goes away. The demo package erases the sector
+// that holds the calibration data and writes it back from the file it read it into, so every
+// completed update shows the instrument's own calibration bytes back in place.
 #include "tests/e2e/InstrumentProcess.h"
 #include "tools/demo-package/DemoPackage.h"
 #include "package/ZipArchive.h"
@@ -482,7 +484,7 @@ private slots:
               QStringLiteral("  Processor:     I80X86\n"), QStringLiteral("  Block size:    240 bytes\n"),
               QStringLiteral("  Transfer:      TP207.BIN  2048 bytes, load H20000, start H20000\n"),
               QStringLiteral("  Memory:        AM29F040 (16) H0..H7FFFF (524288 bytes)\n"),
-              QStringLiteral("  Erase:         H10000..H3FFFF (196608 bytes)\n"),
+              QStringLiteral("  Erase:         H0..H3FFFF (262144 bytes)\n"),
               QStringLiteral("  Read back:     CAL-M7.BIN  H0..H3FF (1024 bytes)\n"),
               QStringLiteral("  Programs (GERMAN):\n    MAIN207.BIN  H10000..H27FFF (98304 bytes)\n"),
               QStringLiteral("    TEXT_DE.BIN  H100000..H1033FF (13312 bytes)\n")})

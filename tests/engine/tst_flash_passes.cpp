@@ -202,6 +202,46 @@ private slots:
         QCOMPARE(blocks, 2); // 480 bytes in two blocks of 240
     }
 
+    // A program entry named like a read-back file writes back the bytes this run read into
+    // that file, with their checksum; one that cannot be written back stops the run before
+    // anything is erased.
+    void writeBack_data()
+    {
+        QTest::addColumn<QString>("files"); // more FILES entries
+        QTest::addColumn<QString>("message"); // "" for success
+        QTest::newRow("the bytes read back, in any case of the name") << "PROGRAM1=0X400,cal.bin\r\n" << "";
+        QTest::newRow("a file that no longer holds what was read")
+            << "UPLOAD1=0X100,0X10,CAL.BIN\r\nPROGRAM1=0X400,CAL.BIN\r\n"
+            << "Program Entry Invalid CAL.BIN: its read-back file CAL.BIN holds 16 of the 1000 bytes read back; nothing was erased";
+        QTest::newRow("a range in no memory") << "PROGRAM1=0X7FFF0,CAL.BIN\r\n"
+                                              << "Program Entry Invalid CAL.BIN: the range H7FFF0 to H803D8 lies in no flash memory; "
+                                                 "nothing was erased";
+    }
+    void writeBack()
+    {
+        QFETCH(QString, files);
+        QFETCH(QString, message);
+        RunFixture r(config(OneErase, files));
+        r.f->prompt.answers = {true}; // a second read-back into the same file may replace it
+        QCOMPARE(r.f->engine.Upload(), message.isEmpty());
+        if (!message.isEmpty()) {
+            QCOMPARE(r.f->engine.QX_Error_GetLastErrorString(), message);
+            QCOMPARE(r.log().at(r.log().size() - 5), QStringLiteral("Download Flash Memories Completed"));
+            QVERIFY(!r.requests().contains(QStringLiteral("ProgrammingVoltageOn()")));
+            return;
+        }
+        QByteArray written;
+        for (const auto &call : *r.f->calls)
+            if (call.name == QStringLiteral("ProgramBlock") && call.args.at(0).toInt() < 0x10000)
+                written += call.args.at(4).toByteArray();
+        QFile saved(r.outPath(QStringLiteral("CAL.BIN")));
+        QVERIFY(saved.open(QIODevice::ReadOnly));
+        QCOMPARE(written, saved.readAll());
+        QCOMPARE(written.size(), 1000);
+        QVERIFY(r.requests().contains(QStringLiteral("RequestChecksum(3,1024,1000)")));
+        QVERIFY(r.log().contains(QStringLiteral("Block Count = 5")));
+    }
+
     void checksums_data()
     {
         QTest::addColumn<int>("target");

@@ -1,7 +1,8 @@
 #pragma once
 // A realistic firmware package for demonstrations and screenshots: two flash memories, erase
-// ranges, a calibration range read back to a file, programs for two languages, notes, a
-// read-me, a closing text and an archive comment.
+// ranges, a calibration range read back to a file and, since its sector is erased, written
+// back from it, programs for two languages, notes, a read-me, a closing text and an archive
+// comment.
 #include <QString>
 
 namespace DemoPackage {
