@@ -38,6 +38,8 @@ bool liesInside(const QString &path, const QString &folder)
 
 QString reason(const QString &name, const QString &folder)
 {
+    if (folder.isEmpty())
+        return QStringLiteral("the folder is gone");
     if (name.startsWith(u'/') || name.startsWith(u'\\'))
         return QStringLiteral("it is an absolute path");
     if (isDriveLetter(name))

@@ -124,6 +124,7 @@ int32_t QX_UploadProcess::readImage(const QX_Program &entry, uint8_t *buffer, in
         return m_package.ReadPackageFile(entry.Filename(), buffer, count, offset);
     const QByteArray image = m_writeBackImages.value(entry.WriteBackFile());
     const int32_t n = std::clamp(static_cast<int32_t>(image.size()) - offset, 0, count);
-    std::memcpy(buffer, image.constData() + offset, static_cast<size_t>(n));
+    if (n > 0)
+        std::memcpy(buffer, image.constData() + offset, static_cast<size_t>(n));
     return n;
 }

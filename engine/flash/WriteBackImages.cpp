@@ -24,13 +24,15 @@ bool QX_UploadProcess::loadWriteBackImages()
             return false;
         };
         if (!memoryHolding(entry.LoadAddress(), entry.EndAddress()))
-            return refuse(QStringLiteral("the range H%1 to H%2 lies in no flash memory").arg(hex(entry.LoadAddress()), hex(entry.EndAddress())));
+            return refuse(QStringLiteral("the range H%1 to H%2 lies in no flash memory")
+                              .arg(hex(entry.LoadAddress()), hex(entry.EndAddress())));
         QFile file(path);
         if (!file.open(QIODevice::ReadOnly))
             return refuse(QStringLiteral("its read-back file %1 cannot be read (%2)").arg(path, file.errorString()));
         const QByteArray image = file.read(qint64(entry.Length()) + 1); // one more shows a longer file
         if (image.size() > entry.Length())
-            return refuse(QStringLiteral("its read-back file %1 holds more than the %2 bytes read back").arg(path, dec(entry.Length())));
+            return refuse(QStringLiteral("its read-back file %1 holds more than the %2 bytes read back")
+                              .arg(path, dec(entry.Length())));
         if (image.size() < entry.Length())
             return refuse(QStringLiteral("its read-back file %1 holds %2 of the %3 bytes read back")
                               .arg(path, dec(image.size()), dec(entry.Length())));
