@@ -20,6 +20,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTextStream>
@@ -86,7 +87,7 @@ bool writePackage(const Settings &s, const ChipLayout &chips, const QString &fol
                       .arg(Baud)
                       .arg(QString::number(qulonglong(chips.size) * uint32_t(chips.count), 16).toUpper(), chips.part);
     if (s.readBack)
-        ini += QStringLiteral("UPLOAD=0X0,0X%1,%2/READBACK.BIN\r\n").arg(QString::number(image, 16).toUpper(), folder);
+        ini += QStringLiteral("UPLOAD=0X0,0X%1,READBACK.BIN\r\n").arg(QString::number(image, 16).toUpper()); // in the tool's folder
     PackageBuilder builder;
     builder.addMember(QStringLiteral("KDCONFIG.INI"), ini.toLatin1());
     builder.addMember(QStringLiteral("TP.BIN"), QByteArray("KDTP") + noise(2044, 1));
@@ -102,8 +103,9 @@ struct ToolRun {
     long peakRssKib = 0;
 };
 
-// posix_spawn and wait4, for the child's own CPU time and peak memory.
-ToolRun runTool(const QStringList &arguments, const QString &outputFile)
+// posix_spawn and wait4, for the child's own CPU time and peak memory. The tool runs in
+// folder, its working folder; arguments name files absolutely.
+ToolRun runTool(const QStringList &arguments, const QString &folder, const QString &outputFile)
 {
     QList<QByteArray> storage;
     std::vector<char *> argv;
@@ -119,6 +121,8 @@ ToolRun runTool(const QStringList &arguments, const QString &outputFile)
     posix_spawn_file_actions_init(&actions);
     const QByteArray output = outputFile.toLocal8Bit();
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    const QByteArray workingFolder = folder.toLocal8Bit();
+    posix_spawn_file_actions_addchdir_np(&actions, workingFolder.constData());
     if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0)
         return run;
     posix_spawn_file_actions_destroy(&actions);
@@ -210,12 +214,12 @@ int main(int argc, char **argv)
     const QString device = QString::fromLocal8Bit(instrument.readLine()).trimmed();
     qputenv("TROVEX_PORTS", (s.gpib ? QStringLiteral("GPIB0=%1,%2").arg(device).arg(GpibAddress) : QStringLiteral("COM1=%1").arg(device)).toLocal8Bit());
 
-    const QString logFile = s.log.isEmpty() ? folder.filePath(QStringLiteral("update.log")) : s.log;
+    const QString logFile = QFileInfo(s.log.isEmpty() ? folder.filePath(QStringLiteral("update.log")) : s.log).absoluteFilePath();
     QFile::remove(logFile);
-    const ToolRun run = runTool({s.cli, QStringLiteral("update"), folder.filePath(QStringLiteral("bench.KDPKG")),
+    const ToolRun run = runTool({QFileInfo(s.cli).absoluteFilePath(), QStringLiteral("update"), folder.filePath(QStringLiteral("bench.KDPKG")),
                                  QStringLiteral("--overwrite"), QStringLiteral("--log"), logFile, QStringLiteral("--quiet"),
                                  QStringLiteral("--port"), s.gpib ? QStringLiteral("GPIB0") : QStringLiteral("COM1")},
-                                folder.filePath(QStringLiteral("output.txt")));
+                                folder.path(), folder.filePath(QStringLiteral("output.txt")));
     instrument.terminate();
     instrument.waitForFinished();
     QFile logText(logFile);

@@ -1,8 +1,20 @@
 # Warnings and sanitizers for every target of ours, in one place.
 
 if(VARNOLT_SANITIZE)
-  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
-  add_link_options(-fsanitize=address,undefined)
+  set(varnolt_undefined undefined)
+  # A float converted to an integer that cannot hold it is undefined too, but not part of
+  # "undefined" in every compiler; add it where the compiler has it.
+  include(CheckCXXSourceCompiles)
+  set(CMAKE_REQUIRED_FLAGS -fsanitize=float-cast-overflow)
+  set(CMAKE_REQUIRED_LINK_OPTIONS -fsanitize=float-cast-overflow)
+  check_cxx_source_compiles("int main() { return 0; }" VARNOLT_HAS_FLOAT_CAST_SANITIZER)
+  unset(CMAKE_REQUIRED_FLAGS)
+  unset(CMAKE_REQUIRED_LINK_OPTIONS)
+  if(VARNOLT_HAS_FLOAT_CAST_SANITIZER)
+    string(APPEND varnolt_undefined ,float-cast-overflow)
+  endif()
+  add_compile_options(-fsanitize=address,${varnolt_undefined} -fno-omit-frame-pointer -fno-sanitize-recover=${varnolt_undefined})
+  add_link_options(-fsanitize=address,${varnolt_undefined})
 endif()
 
 function(varnolt_target_defaults target)

@@ -94,14 +94,15 @@ bool ConfigurationLoader::makeTempCopy(const QString &memberName)
         m_errors.SetLastErrorString(QStringLiteral("Configuration file not found"));
         return false;
     }
-    const std::optional<QString> text = m_package.readTextPrefix(name, ConfigBufferBytes);
-    if (!text) {
+    // The bytes as they are: the profile reader reads them as the platform's reader does.
+    const std::optional<QByteArray> bytes = m_package.readPrefix(name, ConfigBufferBytes);
+    if (!bytes) {
         // Present but damaged: say so rather than report every key as missing.
         m_errors.SetLastError(ErrorCode::FilenameInvalid);
         m_errors.SetLastErrorString(QStringLiteral("Configuration file not readable"));
         return false;
     }
-    temp.write((*text + TextFormat::CrLf).toLatin1());
+    temp.write(*bytes + TextFormat::CrLf.toLatin1());
     temp.close();
     return true;
 }

@@ -34,10 +34,10 @@ bool ConfigurationValidator::ValidateConfiguration(PackageConfiguration &config,
             complain(download.QX_Error_GetLastErrorString());
 
     for (QX_Program &program : config.Programs) {
-        // An image saved by a read-back of the same run takes that read-back's length.
+        // An entry named like a read-back file writes back what this run reads into it.
         for (const QX_Download &download : config.Downloads) {
             if (download.Filename().compare(program.Filename(), Qt::CaseInsensitive) == 0) {
-                program.setLength(download.Length());
+                program.setWriteBack(download.Filename(), download.Length());
                 break;
             }
         }

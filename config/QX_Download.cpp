@@ -4,6 +4,7 @@
 #include "config/ErrorCodes.h"
 #include "config/TextFormat.h"
 #include "config/UserPrompt.h"
+#include "config/WorkingFolder.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -24,6 +25,11 @@ void QX_Download::setLength(int32_t value)
 
 bool QX_Download::Validate(UserPrompt &prompt)
 {
+    // A package decides where the file goes, but may not leave the working folder.
+    if (const QString why = WorkingFolder::refusal(m_filename); !why.isEmpty()) {
+        fail(ErrorCode::UploadEntryInvalid, QLatin1Char(' ') + m_filename + QStringLiteral(": ") + why);
+        return false;
+    }
     // The read-back divides by the length and loops until it is reached.
     if (m_length <= 0) {
         fail(ErrorCode::UploadEntryInvalid, QLatin1Char(' ') + m_filename + QStringLiteral(": the range to read back must be at least 1 byte long"));

@@ -1,6 +1,7 @@
 #pragma once
 // One memory range to read back into a file on the host. Value: start address, length,
-// file. Validate prepares the file: it asks before an existing file is overwritten.
+// file. Validate prepares the file: it refuses one outside the working folder and asks before
+// an existing file is overwritten.
 #include "config/LastErrorOwner.h"
 
 class UserPrompt;
@@ -16,9 +17,10 @@ public:
     int32_t EndAddress() const { return m_endAddress; }
     void setLength(int32_t value);
     int32_t Length() const { return m_length; }
-    // Asks before overwriting an existing file, then makes sure the file can be written
-    // (creating it empty when missing). False when the user declines or the file cannot
-    // be opened; the entry's holder says which.
+    // Refuses a file outside the working folder, asks before overwriting an existing file,
+    // then makes sure the file can be written (creating it empty when missing). False when
+    // the file is refused, the user declines or the file cannot be opened; the entry's
+    // holder says which.
     bool Validate(UserPrompt &prompt);
 
 private:

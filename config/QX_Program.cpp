@@ -35,3 +35,9 @@ void QX_Program::setLength(int32_t value)
     m_endAddress = EntryFields::endOf(m_loadAddress, m_length);
     m_validate = true;
 }
+
+void QX_Program::setWriteBack(const QString &readBackFile, int32_t length)
+{
+    m_writeBackFile = readBackFile;
+    setLength(length);
+}

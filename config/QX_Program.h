@@ -1,7 +1,7 @@
 #pragma once
 // One image to program. Value: load address, file. The file must be a member of the
-// package, unless the validation gives the entry the length of a read-back file of the
-// same name (an image saved from the instrument and written back).
+// package, unless it is named like a read-back file: then the entry writes back what the run
+// reads into that file (the validation makes it so).
 #include "config/LastErrorOwner.h"
 
 class Package;
@@ -21,9 +21,14 @@ public:
     int32_t Length() const { return m_length; }
     // Stores the length, sets the end again and makes the entry valid.
     void setLength(int32_t value);
+    // The read-back file whose bytes this entry writes back; "" for an image of the package.
+    QString WriteBackFile() const { return m_writeBackFile; }
+    // Makes the entry write back readBackFile, length bytes read back in the same run.
+    void setWriteBack(const QString &readBackFile, int32_t length);
 
 private:
     QString m_filename;
+    QString m_writeBackFile;
     int32_t m_loadAddress = 0;
     int32_t m_endAddress = 0;
     int32_t m_length = 0;

@@ -17,11 +17,14 @@ QString hex16(int16_t value);
 // Decimal without padding, a minus sign when negative.
 QString dec(int64_t value);
 
-// Nearest integer, halves to the even neighbour (2.5 -> 2, 3.5 -> 4, -2.5 -> -2).
+// Nearest integer, halves to the even neighbour (2.5 -> 2, 3.5 -> 4, -2.5 -> -2). Values
+// beyond int64_t give its limits; NaN gives 0.
 int64_t roundHalfEven(double value);
 
+// What the action line shows for a finished operation.
+inline constexpr int16_t FinishedPercent = 99;
 // The percentage shown on the action line: 100 * done / total - 1, rounded half to even,
-// so a finished operation shows 99. total must be positive.
+// so a finished operation shows 99, as does one with nothing to do (total 0).
 int16_t actionPercent(int64_t done, int64_t total);
 
 }

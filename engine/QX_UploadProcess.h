@@ -12,6 +12,8 @@
 #include "engine/EngineClock.h"
 #include "package/Package.h"
 
+#include <QByteArray>
+#include <QHash>
 #include <QObject>
 #include <QString>
 #include <cstdint>
@@ -54,6 +56,9 @@ public:
     // The whole update run; true when every step succeeded. The outcome's message is the
     // last error.
     bool Upload();
+    // Why the layer could not open the channel in the last run (a missing device, a missing
+    // permission, a busy port, ...); empty when it opened or gave no reason.
+    QString openFailureReason() const { return m_openFailureReason; }
 
     // --- Flash passes of a run -----------------------------------------------------------
     bool DownloadFlashMemories();
@@ -138,14 +143,23 @@ private:
     // The memory that holds [start, end): the last in list order, or none.
     const QX_Memory *memoryHolding(int32_t start, int32_t end) const;
     bool readBackEntry(const QX_Download &entry, uint8_t *buffer);
+    // Reads the files the write-back entries program, whole, before anything is erased; false
+    // (with the reason) when one cannot be written back.
+    bool loadWriteBackImages();
     bool programEntry(const QX_Program &entry, uint8_t *buffer);
+    // The image an entry programs: a member of the package, or the bytes loadWriteBackImages
+    // took from its read-back file.
+    int32_t imageLength(const QX_Program &entry) const;
+    int32_t readImage(const QX_Program &entry, uint8_t *buffer, int32_t count, int32_t offset) const;
 
     ApplicationLayerFactory m_factory;
     UserPrompt &m_prompt;
     UploadDisplay *m_display = nullptr; // set once, by UploadWizard_Running
     Package m_package;
     std::vector<QString> m_tempCopies;  // configuration copies to remove at the end
+    QHash<QString, QByteArray> m_writeBackImages; // by read-back file, for the current run
     bool m_transferOnly = false;
+    QString m_openFailureReason;
     EngineClock m_clock = EngineClock::system();
     std::unique_ptr<ApplicationLayer> AppLayer;
 };

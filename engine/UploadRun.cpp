@@ -26,6 +26,7 @@ bool QX_UploadProcess::Upload()
     ProgressCount = 0;
     ProgressDrawn = 0;
     CancelRequested = false;
+    m_openFailureReason.clear();
     holder().SetLastError(0);
 
     bool result = false;
@@ -43,8 +44,8 @@ bool QX_UploadProcess::Upload()
         UpdateEntireProgress();
         result = openChannel() && uploadTransferProgram()
                  && (m_transferOnly
-                     || (identifyFlashMemories() && DownloadFlashMemories() && EraseFlashMemories()
-                         && ProgramFlashMemories()));
+                     || (identifyFlashMemories() && DownloadFlashMemories() && loadWriteBackImages()
+                         && EraseFlashMemories() && ProgramFlashMemories()));
         if (result && !m_transferOnly && !ContinueFlag) {
             request([](ApplicationLayer &layer) { layer.Restart(); });
             AddLogLine(QStringLiteral("Instrument Restarted"));
@@ -83,9 +84,12 @@ bool QX_UploadProcess::openChannel()
         DropAppLayer(); // the cancel's code 11 stays the outcome
         return false;
     }
-    // The layer's reason says what to check (a missing device, the dialout group, a busy port).
-    fail(ErrorCode::CommunicationsLayer,
-         QStringLiteral("Communications Port failed to initialise") + (reason.isEmpty() ? QString() : QStringLiteral(": ") + reason));
+    // The layer's reason says what to check (a missing device, the dialout group, a busy port):
+    // a line of its own, kept for the headless tool, so that the message stays the fixed one.
+    m_openFailureReason = reason;
+    if (!reason.isEmpty())
+        AddLogLine(reason);
+    fail(ErrorCode::CommunicationsLayer, QStringLiteral("Communications Port failed to initialise"));
     DropAppLayer();
     return false;
 }

@@ -7,6 +7,10 @@
 #include <QMap>
 
 namespace {
+// Bounds that keep the timer's milliseconds and the GPIB pacing's bits a second within an int.
+constexpr double LargestTimeScale = 1000.0;
+constexpr int LargestGpibRate = 10'000'000;
+
 bool number(const QString &text, uint32_t &value)
 {
     bool ok = false;
@@ -87,8 +91,12 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     if (parser.isSet(baud))
         options.baud = parser.value(baud).toInt();
     options.pacing = !parser.isSet(noPacing);
-    if (parser.isSet(timeScale))
-        options.timeScale = parser.value(timeScale).toDouble();
+    if (parser.isSet(timeScale)) {
+        bool ok = false;
+        options.timeScale = parser.value(timeScale).toDouble(&ok);
+        if (!ok || !(options.timeScale >= 0 && options.timeScale <= LargestTimeScale))
+            return bad(QStringLiteral("--time-scale (a factor from 0 to %1)").arg(LargestTimeScale));
+    }
     if (parser.isSet(tcp))
         options.tcpPort = static_cast<uint16_t>(parser.value(tcp).toUInt());
     if (parser.isSet(gpib)) {
@@ -98,8 +106,12 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
             return bad(QStringLiteral("--gpib (a primary address, 0 to 30)"));
         options.gpibAddress = address;
     }
-    if (parser.isSet(gpibRate))
-        options.gpibRate = parser.value(gpibRate).toInt();
+    if (parser.isSet(gpibRate)) {
+        bool ok = false;
+        options.gpibRate = parser.value(gpibRate).toInt(&ok);
+        if (!ok || options.gpibRate < 1 || options.gpibRate > LargestGpibRate)
+            return bad(QStringLiteral("--gpib-rate (1 to %1 bytes a second)").arg(LargestGpibRate));
+    }
     if (parser.isSet(seed))
         options.seed = parser.value(seed).toUInt();
     options.corruptRate = parser.value(corrupt).toDouble();

@@ -1,5 +1,6 @@
 #include "package/Package.h"
 
+#include "package/PackageText.h"
 #include "package/ZipArchive.h"
 
 #include <QByteArray>
@@ -31,7 +32,7 @@ std::optional<QString> Package::comment() const
     const QByteArray text = ZipArchive(m_state->path).comment();
     if (text.isEmpty())
         return std::nullopt;
-    return QString::fromLatin1(text);
+    return PackageText::decode(text);
 }
 
 QList<QPair<QString, int64_t>> Package::members() const
@@ -80,7 +81,7 @@ std::optional<QString> Package::readText(const QString &name) const
     const std::optional<QByteArray> bytes = readWhole(name);
     if (!bytes)
         return std::nullopt;
-    return QString::fromLatin1(*bytes);
+    return PackageText::decode(*bytes);
 }
 
 std::optional<QString> Package::readTextPrefix(const QString &name, int32_t maxBytes) const
@@ -88,7 +89,15 @@ std::optional<QString> Package::readTextPrefix(const QString &name, int32_t maxB
     const std::optional<QByteArray> bytes = readWhole(name);
     if (!bytes)
         return std::nullopt;
-    return QString::fromLatin1(bytes->left(std::max(maxBytes, 0)));
+    return PackageText::decodePrefix(*bytes, maxBytes);
+}
+
+std::optional<QByteArray> Package::readPrefix(const QString &name, int32_t maxBytes) const
+{
+    const std::optional<QByteArray> bytes = readWhole(name);
+    if (!bytes)
+        return std::nullopt;
+    return bytes->left(std::max(maxBytes, 0));
 }
 
 std::optional<QByteArray> Package::readWhole(const QString &name) const

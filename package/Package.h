@@ -22,7 +22,7 @@ public:
     explicit Package(const QString &path);
 
     QString path() const;
-    // The archive's comment; nullopt when it has none.
+    // The archive's comment, decoded as PackageText says; nullopt when it has none.
     std::optional<QString> comment() const;
     // Every member with its uncompressed size, in archive order (empty for no archive).
     QList<QPair<QString, int64_t>> members() const;
@@ -40,11 +40,13 @@ public:
     // How often ReadPackageFile extracted a member (for tests and benchmarks).
     int64_t cacheFills() const;
 
-    // A text member whole, one character per byte; nullopt when it is absent or cannot be
-    // read intact.
+    // A text member whole, decoded as PackageText says; nullopt when it is absent or cannot
+    // be read intact.
     std::optional<QString> readText(const QString &name) const;
-    // At most maxBytes of a text member from its start, as readText.
+    // At most maxBytes of a text member from its start, cut at a character's start, as readText.
     std::optional<QString> readTextPrefix(const QString &name, int32_t maxBytes) const;
+    // At most maxBytes of a member from its start, as stored, as readText.
+    std::optional<QByteArray> readPrefix(const QString &name, int32_t maxBytes) const;
 
 private:
     struct State;

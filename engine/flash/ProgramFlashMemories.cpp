@@ -1,12 +1,16 @@
 // Programming each image block by block, each under its own period of programming voltage,
-// and comparing the instrument's checksum with the one summed while sending.
+// and comparing the instrument's checksum with the one summed while sending. An image is a
+// member of the package, or, for an entry that writes back a read-back file, the bytes read
+// back in this run.
 #include "engine/QX_UploadProcess.h"
 
 #include "config/EntryFields.h"
 #include "config/ErrorCodes.h"
 #include "config/TextFormat.h"
 
+#include <algorithm>
 #include <array>
+#include <cstring>
 
 using TextFormat::dec;
 using TextFormat::hex;
@@ -46,14 +50,14 @@ bool QX_UploadProcess::programEntry(const QX_Program &entry, uint8_t *buffer)
 {
     const QString action = QStringLiteral("Program File = ") + entry.Filename();
     const QX_Memory &memory = *memoryHolding(entry.LoadAddress(), entry.EndAddress());
-    const int32_t length = m_package.PackageFileSize(entry.Filename());
+    const int32_t length = imageLength(entry);
     int32_t sent = 0;
     uint32_t hostSum = 0;
     int32_t blocks = 0; // 32 bits: a large image must not wrap the logged count
     int16_t lastPercent = 0;
     do {
         ++blocks;
-        const int32_t n = m_package.ReadPackageFile(entry.Filename(), buffer, MaxProgLen, sent);
+        const int32_t n = readImage(entry, buffer, MaxProgLen, sent);
         if (n <= 0 && sent < length) {
             // The member cannot be read (damaged archive): stop instead of sending nothing for ever.
             AddLogLine(QStringLiteral("Prog ERROR"));
@@ -105,4 +109,22 @@ bool QX_UploadProcess::programEntry(const QX_Program &entry, uint8_t *buffer)
     AddLogLine(QStringLiteral("Checksum Matches, Host = H") + hex(hostChecksum));
     AddLogLine(QStringLiteral("Block Count = ") + dec(blocks));
     return true;
+}
+
+int32_t QX_UploadProcess::imageLength(const QX_Program &entry) const
+{
+    if (entry.WriteBackFile().isEmpty())
+        return m_package.PackageFileSize(entry.Filename());
+    return static_cast<int32_t>(m_writeBackImages.value(entry.WriteBackFile()).size());
+}
+
+int32_t QX_UploadProcess::readImage(const QX_Program &entry, uint8_t *buffer, int32_t count, int32_t offset) const
+{
+    if (entry.WriteBackFile().isEmpty())
+        return m_package.ReadPackageFile(entry.Filename(), buffer, count, offset);
+    const QByteArray image = m_writeBackImages.value(entry.WriteBackFile());
+    const int32_t n = std::clamp(static_cast<int32_t>(image.size()) - offset, 0, count);
+    if (n > 0)
+        std::memcpy(buffer, image.constData() + offset, static_cast<size_t>(n));
+    return n;
 }

@@ -1,11 +1,12 @@
 // The five entry records: fields, end addresses, file checks against the package, chip
-// names, and the read-back file's overwrite question.
+// names, and the read-back file's overwrite question and working folder.
 #include "config/QX_Download.h"
 #include "config/QX_Erase.h"
 #include "config/QX_Memory.h"
 #include "config/QX_Program.h"
 #include "config/QX_TransferProgram.h"
 #include "tests/support/ScriptedPrompt.h"
+#include "tests/support/TemporaryWorkingFolder.h"
 #include "tests/support/TestPackage.h"
 
 #include <QFile>
@@ -144,19 +145,38 @@ private slots:
         QCOMPARE(program.Filename(), QStringLiteral("pkg/IMG.BIN"));
     }
 
+    // Each row in a fresh working folder that holds a folder SUB, a link INSIDE to it, a link
+    // OUTSIDE to a folder elsewhere and a link GONE.BIN to a missing file there; {OUT} is
+    // that folder elsewhere.
     void readBackFileIsPreparedOrRefused_data()
     {
-        QTest::addColumn<QString>("value"); // {DIR} is a fresh folder
+        QTest::addColumn<QString>("value");
         QTest::addColumn<bool>("existing");
         QTest::addColumn<bool>("answer");
         QTest::addColumn<int>("code");
         QTest::addColumn<QByteArray>("fileAfter"); // null: no file
-        QTest::newRow("existing, overwrite declined") << "0,0X100,{DIR}/OUT.BIN" << true << false << 1 << QByteArray("calibration");
+        QTest::addColumn<QString>("why");          // the end of a refusal's message
+        QTest::newRow("existing, overwrite declined") << "0,0X100,OUT.BIN" << true << false << 1 << QByteArray("calibration") << "";
         // Not truncated before the read-back replaces it.
-        QTest::newRow("existing, overwrite accepted") << "0,0X100,{DIR}/OUT.BIN" << true << true << 0 << QByteArray("calibration");
-        QTest::newRow("missing is created without asking") << "0,16,{DIR}/OUT.BIN" << false << false << 0 << QByteArray("");
-        QTest::newRow("folder that cannot hold it") << "0,16,{DIR}/no/such/OUT.BIN" << false << false << 9 << QByteArray();
-        QTest::newRow("empty range") << "0,0,{DIR}/OUT.BIN" << false << false << 9 << QByteArray();
+        QTest::newRow("existing, overwrite accepted") << "0,0X100,OUT.BIN" << true << true << 0 << QByteArray("calibration") << "";
+        QTest::newRow("missing is created without asking") << "0,16,OUT.BIN" << false << false << 0 << QByteArray("") << "";
+        QTest::newRow("in a folder, through a link that stays inside") << "0,16,INSIDE/OUT.BIN" << false << false << 0 << QByteArray("")
+                                                                       << "";
+        QTest::newRow("dots that are no component") << "0,16,SUB/..OUT.BIN" << false << false << 0 << QByteArray("") << "";
+        QTest::newRow("folder that cannot hold it") << "0,16,no/such/OUT.BIN" << false << false << 9 << QByteArray() << "";
+        QTest::newRow("empty range") << "0,0,OUT.BIN" << false << false << 9 << QByteArray() << "";
+        QTest::newRow("above the working folder") << "0,16,../OUT.BIN" << false << false << 9 << QByteArray()
+                                                  << "; a \"..\" in it leads out of the folder";
+        QTest::newRow("a Windows \"..\"") << "0,16,SUB\\..\\..\\OUT.BIN" << false << false << 9 << QByteArray()
+                                          << "; a \"..\" in it leads out of the folder";
+        QTest::newRow("an absolute path, even an existing file") << "0,16,{OUT}/OUT.BIN" << true << true << 9
+                                                                 << QByteArray("calibration") << "; it is an absolute path";
+        QTest::newRow("a Windows root") << "0,16,\\OUT.BIN" << false << false << 9 << QByteArray() << "; it is an absolute path";
+        QTest::newRow("a drive letter") << "0,16,C:OUT.BIN" << false << false << 9 << QByteArray() << "; it names a drive";
+        QTest::newRow("a linked folder outside") << "0,16,OUTSIDE/OUT.BIN" << false << false << 9 << QByteArray()
+                                                 << "; a symbolic link on its way leads out of the folder";
+        QTest::newRow("a link to a missing file outside") << "0,16,GONE.BIN" << false << false << 9 << QByteArray()
+                                                          << "; a symbolic link on its way leads out of the folder";
     }
     void readBackFileIsPreparedOrRefused()
     {
@@ -165,9 +185,14 @@ private slots:
         QFETCH(bool, answer);
         QFETCH(int, code);
         QFETCH(QByteArray, fileAfter);
-        QTemporaryDir dir;
+        QFETCH(QString, why);
+        TemporaryWorkingFolder folder;
+        QTemporaryDir elsewhere;
+        QVERIFY(QDir().mkdir(QStringLiteral("SUB")) && QFile::link(QStringLiteral("SUB"), QStringLiteral("INSIDE"))
+                && QFile::link(elsewhere.path(), QStringLiteral("OUTSIDE"))
+                && QFile::link(elsewhere.filePath(QStringLiteral("GONE.BIN")), QStringLiteral("GONE.BIN")));
         QX_Download download;
-        QVERIFY(download.Init(value.replace(QStringLiteral("{DIR}"), dir.path()), QString()));
+        QVERIFY(download.Init(value.replace(QStringLiteral("{OUT}"), elsewhere.path()), QString()));
         QFile file(download.Filename());
         if (existing) {
             QVERIFY(file.open(QIODevice::WriteOnly) && file.write("calibration") == 11);
@@ -177,11 +202,16 @@ private slots:
         prompt.answers = {answer};
         QCOMPARE(download.Validate(prompt), code == 0);
         QCOMPARE(download.QX_Error_GetLastError(), code);
-        QCOMPARE(prompt.questions.size(), existing ? 1 : 0);
+        QCOMPARE(prompt.questions.size(), existing && why.isEmpty() ? 1 : 0);
         if (code == 1)
             QCOMPARE(download.QX_Error_GetLastErrorString(), QStringLiteral("Filename Invalid ") + download.Filename());
+        if (!why.isEmpty())
+            QCOMPARE(download.QX_Error_GetLastErrorString(),
+                     QStringLiteral("Upload Entry Invalid %1: the file must lie inside the working folder %2%3")
+                         .arg(download.Filename(), QDir::current().canonicalPath(), why));
         QCOMPARE(QFileInfo::exists(download.Filename()), !fileAfter.isNull());
         QCOMPARE(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray(), fileAfter);
+        QVERIFY(QDir(elsewhere.path()).entryList(QDir::Files).isEmpty() || existing); // nothing was made outside
     }
 };
 

@@ -30,6 +30,7 @@ private slots:
         const auto row = [](const char *name, const QByteArray &ini, const char *section, const char *key, const QString &value) {
             QTest::newRow(name) << ini << QString::fromLatin1(section) << QString::fromLatin1(key) << value;
         };
+        const auto raw = [](const auto &literal) { return QByteArray(literal, qsizetype(sizeof(literal)) - 1); }; // NULs kept
         const auto inS = [&](const char *name, const QByteArray &line, const QString &value) {
             row(name, "[S]\r\n" + line + "\r\n", "S", "K", value);
         };
@@ -64,11 +65,27 @@ private slots:
         row("empty key name", "[S]\r\nK=1\r\n", "S", "", "NA");
         row("a line without =", "[S]\r\nnot a key line\r\n", "S", "not a key line", "NA");
         row("unix line ends", "[S]\nK=unix\n", "S", "K", "unix");
+        row("a lone CR ends a line", "[S]\rA=1\rK=cr\r", "S", "K", "cr");
+        row("mixed line ends", "[S]\r\nA=1\rB=2\nK=mixed\n\r", "S", "K", "mixed");
+        inS("a lone CR ends the value", "K=a\rb", "a");
         row("no final line end", "[S]\r\nK=no final line end", "S", "K", "no final line end");
-        row("byte order mark", "\xEF\xBB\xBF[S]\r\nK=bom\r\n", "S", "K", "bom");
+        row("a UTF-8 byte order mark belongs to the first line", "\xEF\xBB\xBF[S]\r\nK=bom\r\n", "S", "K", "NA");
+        row("a section after the UTF-8 mark's line", "\xEF\xBB\xBF\r\n[S]\r\nK=bom\r\n", "S", "K", "bom");
+        row("UTF-16 little-endian behind its mark",
+            raw("\xFF\xFE[\0S\0]\0\r\0\n\0K\0=\0\xE9\0\xAC\x20\r\0\n\0"), "S", "K",
+            QStringLiteral("\u00E9?"));
+        row("UTF-16 big-endian is not understood", raw("\xFE\xFF\0[\0S\0]\0\r\0\n\0K\0=\0v"), "S", "K", "NA");
         row("Latin-1", "[S]\r\nK=\xE9t\xE9\r\n", "S", "K", QStringLiteral("\u00E9t\u00E9"));
-        row("a NUL ends the file", QByteArray("[S]\r\nK=v\r\n\0[S2]\r\nK=w\r\n", 23), "S2", "K", "NA");
+        row("a NUL does not end the file", raw("[S]\r\nA=\0\r\n[S2]\r\nK=w\r\n"), "S2", "K", "w");
+        inS("a NUL ends its line's text", raw("K=ab\0cd"), "ab");
+        inS("a NUL before the equals sign", raw("K\0=v"), "NA");
+        row("a NUL in a section header", raw("[S\0x]\r\nK=v\r\n"), "S", "K", "v");
         row("unclosed section", "[S\r\nK=unclosed section\r\n", "S", "K", "unclosed section");
+        row("unclosed section ends at a lone CR", "[S   \rK=v\r", "S", "K", "v");
+        row("text after the closing bracket is ignored", "[S]K=v\r\n", "S", "K", "NA");
+        row("vertical tabs are blanks", "\v[\vS\v]\r\n\vK\v=\va\v\r\n", "S", "K", "a");
+        row("spaces around the caller's names", "[S]\r\nK=v\r\n", " S ", " K ", "v");
+        row("tabs around the caller's names", "[S]\r\nK=v\r\n", "S", "\tK", "NA");
         row("nameless section and key", "[]\r\n=no name\r\n", "S", "K", "NA");
         row("only brackets", QByteArray(100000, '['), "S", "K", "NA");
     }
@@ -84,7 +101,7 @@ private slots:
     void defaultsAndBuffer()
     {
         QCOMPARE(ProfileReader::readString(m_dir.filePath("none.ini"), "S", "K", "NA"), QStringLiteral("NA"));
-        QCOMPARE(ProfileReader::readString(write("[S]\r\n"), "S", "K", "dflt   "), QStringLiteral("dflt")); // trailing blanks go
+        QCOMPARE(ProfileReader::readString(write("[S]\r\n"), "S", "K", " dflt\t  "), QStringLiteral(" dflt\t")); // trailing spaces go
         QCOMPARE(ProfileReader::readString(write("[S]\r\n"), "S", "K", QString(200, QLatin1Char('d'))).size(), 149);
         QCOMPARE(ProfileReader::readString(write("[S]\r\nK=abcdef\r\n"), "S", "K", "", 4), QStringLiteral("abc"));
     }

@@ -37,6 +37,9 @@ private slots:
         for (const auto &[value, rounded] : {std::pair{0.5, 0}, {1.5, 2}, {2.5, 2}, {20.5, 20}, {21.5, 22}, {22.5, 22},
                                              {-0.5, 0}, {-1.5, -2}, {2.4999, 2}, {2.5001, 3}})
             QTest::addRow("%g", value) << value << qint64(rounded);
+        QTest::newRow("NaN") << std::nan("") << qint64(0);
+        QTest::newRow("beyond the largest") << 1e300 << std::numeric_limits<qint64>::max();
+        QTest::newRow("minus infinity") << -std::numeric_limits<double>::infinity() << std::numeric_limits<qint64>::min();
     }
     void halvesRoundToEven()
     {
@@ -56,6 +59,7 @@ private slots:
         QTest::newRow("74 exactly") << 3 << 4 << 74;
         QTest::newRow("11.5 -> 12") << 1 << 8 << 12;
         QTest::newRow("36.5 -> 36") << 3 << 8 << 36;
+        QTest::newRow("nothing to do") << 0 << 0 << 99;
     }
     void actionPercent()
     {

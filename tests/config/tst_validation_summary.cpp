@@ -1,8 +1,8 @@
 // The checks before a run and the Settings step's summary, piece by piece.
 #include "tests/support/LoadedPackage.h"
+#include "tests/support/TemporaryWorkingFolder.h"
 
 #include <QFile>
-#include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
@@ -19,7 +19,7 @@ class ValidationSummaryTest : public QObject {
 private slots:
     void everyComplaintIsCollectedInOrder_data()
     {
-        QTest::addColumn<QString>("ini"); // {DIR} holds an existing CAL.BIN
+        QTest::addColumn<QString>("ini"); // the working folder holds an existing CAL.BIN
         QTest::addColumn<QString>("port");
         QTest::addColumn<QString>("complaints"); // after the message of code 0
         for (const char *rate : {"115200", "57600", "38400", "19200", "9600", "1200"})
@@ -31,16 +31,16 @@ private slots:
         QTest::newRow("GPIB with 0") << ini(QStringLiteral("0")) << "GPIB0" << "";
         QTest::newRow("every kind")
             << "[HOST]\r\nPORTS=COM1\r\nUART=COM1\r\nBAUD=14000\r\nTRANSFER=GONE.BIN,0,0\r\n[TARGET]\r\nPROCESSOR=I80X86\r\n"
-               "ARCHITECTURE=B16\r\nMEMORY=0,0X80000,AM29F999\r\n[FILES]\r\nUPLOAD=0,0X100,{DIR}/CAL.BIN\r\nPROGRAM=0,NOWHERE.BIN\r\n"
+               "ARCHITECTURE=B16\r\nMEMORY=0,0X80000,AM29F999\r\n[FILES]\r\nUPLOAD=0,0X100,CAL.BIN\r\nPROGRAM=0,NOWHERE.BIN\r\n"
             << "COM1"
             << "\r\nInvalid Communication Speed\r\nFlash Memory Name Invalid AM29F999\r\nTransfer Entry invalid File Not Found "
-               "GONE.BIN\r\nFilename Invalid {DIR}/CAL.BIN\r\nProgram Entry Invalid File Not Found NOWHERE.BIN";
+               "GONE.BIN\r\nFilename Invalid CAL.BIN\r\nProgram Entry Invalid File Not Found NOWHERE.BIN";
         QTest::newRow("empty ranges and images")
             << ini(QStringLiteral("115200"), QString(),
-                   QStringLiteral("[FILES]\r\nUPLOAD=0,0,{DIR}/A.BIN\r\nUPLOAD1=0,0XFFFFFFFF,{DIR}/B.BIN\r\nPROGRAM=0,EMPTY.BIN\r\n"))
+                   QStringLiteral("[FILES]\r\nUPLOAD=0,0,A.BIN\r\nUPLOAD1=0,0XFFFFFFFF,B.BIN\r\nPROGRAM=0,EMPTY.BIN\r\n"))
             << "COM1"
-            << "\r\nUpload Entry Invalid {DIR}/A.BIN: the range to read back must be at least 1 byte long"
-               "\r\nUpload Entry Invalid {DIR}/B.BIN: the range to read back must be at least 1 byte long"
+            << "\r\nUpload Entry Invalid A.BIN: the range to read back must be at least 1 byte long"
+               "\r\nUpload Entry Invalid B.BIN: the range to read back must be at least 1 byte long"
                "\r\nProgram Entry Invalid File Is Empty EMPTY.BIN";
     }
     void everyComplaintIsCollectedInOrder()
@@ -48,26 +48,25 @@ private slots:
         QFETCH(QString, ini);
         QFETCH(QString, port);
         QFETCH(QString, complaints);
-        QTemporaryDir dir;
-        QFile existing(dir.filePath(QStringLiteral("CAL.BIN")));
+        TemporaryWorkingFolder folder;
+        QFile existing(QStringLiteral("CAL.BIN"));
         QVERIFY(existing.open(QIODevice::WriteOnly));
         existing.close();
-        LoadedPackage l(ini.replace(QStringLiteral("{DIR}"), dir.path()), true, {{QStringLiteral("EMPTY.BIN"), QByteArray()}});
+        LoadedPackage l(ini, true, {{QStringLiteral("EMPTY.BIN"), QByteArray()}});
         QCOMPARE(l.code(), 0);
         l.f.engine.setComPort(port);
         l.f.prompt.answers = {false}; // keep an existing read-back file
         QCOMPARE(l.f.engine.ValidateConfiguration(), complaints.isEmpty());
         if (!complaints.isEmpty()) // a passed check leaves the text alone
-            QCOMPARE(l.f.engine.ErrorHolder().GetLastErrorString(),
-                     QStringLiteral("OK") + complaints.replace(QStringLiteral("{DIR}"), dir.path()));
+            QCOMPARE(l.f.engine.ErrorHolder().GetLastErrorString(), QStringLiteral("OK") + complaints);
     }
 
     void aProgramOfAReadBackFileTakesItsLength()
     {
-        QTemporaryDir dir;
-        const QString cal = dir.filePath(QStringLiteral("cal.bin"));
+        TemporaryWorkingFolder folder;
         LoadedPackage l(ini(QStringLiteral("115200"), QString(),
-                            QStringLiteral("[FILES]\r\nUPLOAD=0,0X100,%1\r\nPROGRAM=0X1000,%2\r\n").arg(cal, cal.toUpper())));
+                            QStringLiteral("[FILES]\r\nUPLOAD=0,0X100,sub/cal.bin\r\nPROGRAM=0X1000,SUB/CAL.BIN\r\n")));
+        QVERIFY(QDir().mkdir(QStringLiteral("sub")));
         QCOMPARE(l.code(), 0);
         QVERIFY(!l.f.engine.Programs[0].Validate());
         QVERIFY(l.f.engine.ValidateConfiguration());
@@ -155,10 +154,10 @@ private slots:
 
     void readMeIsReadWholeOrSkipped()
     {
-        const QByteArray text = TestPackage::pattern(12345).replace('\0', 'x');
+        const QByteArray text = QByteArray("Read me first.\r\n").repeated(800);
         LoadedPackage l(ini(), true, {{QStringLiteral("Readme.txt"), text}});
         QVERIFY(l.f.engine.DisplayReadMe());
-        QCOMPARE(l.f.display.readme.toLatin1(), text);
+        QCOMPARE(l.f.display.readme, QString::fromLatin1(text));
 
         LoadedPackage none(ini(), true, {{QStringLiteral("readme.txt"), "lower case is another member"}});
         none.f.display.readme = QStringLiteral("old");

@@ -12,7 +12,7 @@ const QString FullConfig = QStringLiteral(
     "TRANSFER=TP.BIN,0X20000,0X20100\r\n"
     "[TARGET]\r\nPROCESSOR=I80X86\r\nARCHITECTURE=B16\r\n"
     "MEMORY=0X0,0X80000,AM29F040\r\nMEMORY1=0X80000,0X100000,AM29LV800\r\nERASE=0X10000,0X10000\r\n"
-    "[FILES]\r\nUPLOAD=0X0,0X1E0,{DIR}/CAL.BIN\r\nPROGRAM=0X10000,MAIN.BIN\r\nPROGRAM1=0X90000,TEXT_EN.BIN\r\n");
+    "[FILES]\r\nUPLOAD=0X0,0X1E0,CAL.BIN\r\nPROGRAM=0X10000,MAIN.BIN\r\nPROGRAM1=0X90000,TEXT_EN.BIN\r\n");
 
 int checksumOf(const QByteArray &bytes)
 {
@@ -48,7 +48,6 @@ private slots:
         };
         QVERIFY(r.f->engine.Upload());
 
-        const QString cal = r.outPath(QStringLiteral("CAL.BIN"));
         const QStringList expectedRequests = {
             "OpenChannel(clsid:7A3E21C4-5B90-4D17-9E2A-3C6F0B8D1E55 COM2:57600,E,8,1)",
             "UploadTransferProgram(3000 bytes,131072,131328)",
@@ -87,7 +86,7 @@ private slots:
             "Manufacturer H1, Device HA4",
             "Manufacturer H89, Device HA2",
             "Download Flash Memories Started",
-            "Read File = " + cal,
+            "Read File = CAL.BIN",
             "Download Flash Memories Completed",
             "Erase Flash Memories Started",
             "Programming Voltage On",

@@ -65,9 +65,9 @@ private slots:
         TestPackage source;
         const Package package = source.member(QStringLiteral("MAIN.BIN"), TestPackage::pattern(1000))
                                     .member(QStringLiteral("readme.txt"), "lower")
-                                    .comment(QStringLiteral("Firmware 2.07 for the Model 7"))
+                                    .comment(QStringLiteral("Firmware 2.07 f\u00FCr das Model 7 \u2013 \u201EBeta\u201C"))
                                     .write();
-        QCOMPARE(package.comment(), std::optional<QString>(QStringLiteral("Firmware 2.07 for the Model 7")));
+        QCOMPARE(package.comment(), std::optional<QString>(QStringLiteral("Firmware 2.07 f\u00FCr das Model 7 \u2013 \u201EBeta\u201C")));
         QVERIFY(package.PackageFileExists(QStringLiteral("MAIN.BIN")));
         QCOMPARE(package.PackageFileSize(QStringLiteral("MAIN.BIN")), 1000);
         for (const QString &absent : {QStringLiteral("GONE.BIN"), QStringLiteral("Readme.txt"), QStringLiteral("MAIN")}) {
@@ -107,18 +107,51 @@ private slots:
         QCOMPARE(one.cacheFills(), 3); // another member replaces the one kept
     }
 
-    void textMembersAreReadWholeOrFromTheirStart()
+    // Text members whole and their first 256 bytes (the notes), as UTF-8 when they are valid
+    // UTF-8 and as Windows-1252 otherwise.
+    void textMembersAreDecoded_data()
     {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("whole");
+        QTest::addColumn<QString>("first256");
         QByteArray longText;
         for (int i = 0; longText.size() < 12345; ++i)
             longText += "line " + QByteArray::number(i) + "\r\n";
+        QTest::newRow("longer than a read piece") << longText << QString::fromLatin1(longText) << QString::fromLatin1(longText.left(256));
+        QTest::newRow("empty") << QByteArray("") << "" << "";
+        const QString german = QStringLiteral("Gr\u00FC\u00DFe \u2013 Firmware \u201E2.07\u201C \u2713");
+        QTest::newRow("UTF-8") << german.toUtf8() << german << german;
+        QTest::newRow("UTF-8 behind a byte order mark") << QByteArray("\xEF\xBB\xBFNotes") << "Notes" << "Notes";
+        QTest::newRow("Windows-1252 punctuation") << QByteArray("\x93Quoted\x94 \x96 5 \x80, \x85")
+                                                  << QStringLiteral("\u201CQuoted\u201D \u2013 5 \u20AC, \u2026")
+                                                  << QStringLiteral("\u201CQuoted\u201D \u2013 5 \u20AC, \u2026");
+        QTest::newRow("Windows-1252 letters") << QByteArray("Gr\xFC\xDF" "e") << QStringLiteral("Gr\u00FC\u00DFe")
+                                              << QStringLiteral("Gr\u00FC\u00DFe");
+        QTest::newRow("one broken UTF-8 sequence makes it Windows-1252")
+            << QByteArray("\xE2\x80\x93 caf\xC3") << QStringLiteral("\u00E2\u20AC\u201C caf\u00C3")
+            << QStringLiteral("\u00E2\u20AC\u201C caf\u00C3");
+        QTest::newRow("an overlong UTF-8 form is no UTF-8") << QByteArray("\xC0\xAF") << QStringLiteral("\u00C0\u00AF")
+                                                           << QStringLiteral("\u00C0\u00AF");
+        const QByteArray a255(255, 'a');
+        QTest::newRow("a UTF-8 character across byte 256 is left out")
+            << a255 + "\xE2\x80\x93" << QString::fromLatin1(a255) + QChar(0x2013) << QString::fromLatin1(a255);
+        QTest::newRow("a UTF-8 character ending at byte 256 stays")
+            << a255.chopped(1) + "\xC3\xA9" + "b" << QString::fromLatin1(a255.chopped(1)) + QStringLiteral("\u00E9b")
+            << QString::fromLatin1(a255.chopped(1)) + QStringLiteral("\u00E9");
+        QTest::newRow("Windows-1252 is cut at byte 256") << a255 + "\x96\x96" << QString::fromLatin1(a255) + QStringLiteral("\u2013\u2013")
+                                                         << QString::fromLatin1(a255) + QStringLiteral("\u2013");
+    }
+    void textMembersAreDecoded()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, whole);
+        QFETCH(QString, first256);
         TestPackage source;
-        const Package package =
-            source.member(QStringLiteral("Readme.txt"), longText).member(QStringLiteral("Final.txt"), QByteArray()).write();
-        QCOMPARE(package.readText(QStringLiteral("Readme.txt")).value().toLatin1(), longText);
-        QCOMPARE(package.readTextPrefix(QStringLiteral("Readme.txt"), 256).value().toLatin1(), longText.left(256));
-        QCOMPARE(package.readText(QStringLiteral("Final.txt")), std::optional<QString>(QString()));
-        QCOMPARE(package.readText(QStringLiteral("KDNOTES.TXT")), std::nullopt);
+        const Package package = source.member(QStringLiteral("KDNOTES.TXT"), bytes).write();
+        QCOMPARE(package.readText(QStringLiteral("KDNOTES.TXT")), std::optional<QString>(whole));
+        QCOMPARE(package.readTextPrefix(QStringLiteral("KDNOTES.TXT"), 256), std::optional<QString>(first256));
+        QCOMPARE(package.readPrefix(QStringLiteral("KDNOTES.TXT"), 256), std::optional<QByteArray>(bytes.left(256)));
+        QCOMPARE(package.readText(QStringLiteral("Final.txt")), std::nullopt);
     }
 
     void unreadableArchivesAndMembersDeliverNothing_data()

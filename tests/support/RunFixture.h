@@ -1,22 +1,20 @@
 #pragma once
-// A loaded package ready for a run: the configuration text with {DIR} standing for a
-// temporary folder for read-back files, a fixed clock, and helpers to read the run's
-// requests and log.
+// A loaded package ready for a run in a temporary working folder, where its read-back files
+// go, with a fixed clock and helpers to read the run's requests and log.
 #include "tests/support/LoadedPackage.h"
+#include "tests/support/TemporaryWorkingFolder.h"
 
-#include <QTemporaryDir>
 #include <algorithm>
 
 struct RunFixture {
-    QTemporaryDir outDir;
+    TemporaryWorkingFolder outDir;
     std::unique_ptr<LoadedPackage> loaded;
     EngineFixture *f = nullptr;
     double startSecond = 100.0;
     double endSecond = 100.0;
 
-    explicit RunFixture(QString ini, bool wizard = true, const QMap<QString, QByteArray> &extra = {})
+    explicit RunFixture(const QString &ini, bool wizard = true, const QMap<QString, QByteArray> &extra = {})
     {
-        ini.replace(QStringLiteral("{DIR}"), outDir.path());
         loaded = std::make_unique<LoadedPackage>(ini, wizard, extra);
         f = &loaded->f;
         bool first = true;

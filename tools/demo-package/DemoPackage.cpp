@@ -19,7 +19,7 @@ QByteArray image(int size, uint32_t seed)
     return bytes;
 }
 
-QByteArray configuration(const QString &calibrationFile)
+QByteArray configuration()
 {
     return QStringLiteral(
                "; Model 7 signal analyser, firmware 2.07\r\n"
@@ -38,26 +38,27 @@ QByteArray configuration(const QString &calibrationFile)
                "ARCHITECTURE=B16\r\n"
                "MEMORY=0X0,0X80000,AM29F040 ; boot and main flash\r\n"
                "MEMORY1=0X100000,0X100000,AM29LV800 ; language flash\r\n"
-               "ERASE=0X10000,0X30000\r\n"
+               "ERASE=0X0,0X40000 ; the boot sector with the calibration data, and the main firmware\r\n"
                "ERASE1=0X100000,0X10000\r\n"
                "[FILES]\r\n"
                "UPLOAD=0X0,0X400,%1\r\n"
                "PROGRAM=0X10000,MAIN207.BIN\r\n"
+               "PROGRAM1=0X0,%1 ; the calibration data as read back\r\n"
                "[ENGLISH]\r\n"
-               "PROGRAM1=0X100000,TEXT_EN.BIN\r\n"
+               "PROGRAM2=0X100000,TEXT_EN.BIN\r\n"
                "[GERMAN]\r\n"
-               "PROGRAM1=0X100000,TEXT_DE.BIN\r\n")
-        .arg(calibrationFile)
+               "PROGRAM2=0X100000,TEXT_DE.BIN\r\n")
+        .arg(CalibrationFile)
         .toLatin1();
 }
 
 } // namespace
 
-QString write(const QString &folder, const QString &calibrationFile, QString *error)
+QString write(const QString &folder, QString *error)
 {
     PackageBuilder builder;
     builder.setComment(QStringLiteral("Model 7 Signal Analyser - Firmware 2.07"));
-    builder.addMember(QStringLiteral("KDCONFIG.INI"), configuration(calibrationFile));
+    builder.addMember(QStringLiteral("KDCONFIG.INI"), configuration());
     builder.addMember(QStringLiteral("KDNOTES.TXT"),
                       "Firmware 2.07 (November 2026)\nFaster sweeps below 10 kHz, corrected marker readout, "
                       "new German online help.");
@@ -66,7 +67,7 @@ QString write(const QString &folder, const QString &calibrationFile, QString *er
                       "Before you start:\r\n"
                       " - Connect the instrument with a null-modem serial cable (or a GPIB cable).\r\n"
                       " - Keep the instrument switched off until the Settings step says how to switch it on.\r\n"
-                      " - The calibration data is saved to a file before the flash is erased.\r\n\r\n"
+                      " - The calibration data is saved to a file before the flash is erased, and written back.\r\n\r\n"
                       "The update takes a few minutes at 115200 baud. Do not switch the instrument off while it runs.\r\n");
     builder.addMember(QStringLiteral("Final.txt"),
                       "Firmware 2.07 is now installed and the instrument has been restarted.\r\n\r\n"

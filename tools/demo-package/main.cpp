@@ -1,5 +1,5 @@
 // varnolt-demo-package FOLDER: writes the demo firmware package into FOLDER; its calibration
-// read-back goes to FOLDER/CAL-M7.BIN.
+// read-back goes to CAL-M7.BIN in the folder the update runs in.
 #include "tools/demo-package/DemoPackage.h"
 
 #include <QCoreApplication>
@@ -16,7 +16,7 @@ int main(int argc, char **argv)
     const QDir folder(QDir(QString::fromLocal8Bit(argv[1])).absolutePath());
     QDir().mkpath(folder.path());
     QString error;
-    const QString path = DemoPackage::write(folder.path(), folder.filePath(QStringLiteral("CAL-M7.BIN")), &error);
+    const QString path = DemoPackage::write(folder.path(), &error);
     if (path.isEmpty()) {
         std::fprintf(stderr, "varnolt-demo-package: %s\n", qPrintable(error));
         return 1;

@@ -41,7 +41,7 @@ bool PackageBuilder::write(const QString &path, QString *error) const
             return failWith(error, text);
         }
     }
-    const QByteArray comment = m_comment.toLatin1();
+    const QByteArray comment = m_comment.toUtf8(); // read back as UTF-8 since it is valid UTF-8
     if (!comment.isEmpty() && zip_set_archive_comment(archive, comment.constData(), static_cast<zip_uint16_t>(comment.size())) < 0) {
         const QString text = QStringLiteral("cannot set the comment: %1").arg(zipError(archive));
         zip_discard(archive);

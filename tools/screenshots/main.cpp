@@ -44,7 +44,7 @@ int main(int argc, char **argv)
     QTemporaryDir folder;
     QDir::setCurrent(folder.path());
     QString error;
-    if (DemoPackage::write(folder.path(), folder.filePath(QStringLiteral("CAL-M7.BIN")), &error).isEmpty()) {
+    if (DemoPackage::write(folder.path(), &error).isEmpty()) {
         std::fprintf(stderr, "varnolt-screenshots: %s\n", qPrintable(error));
         return 1;
     }
