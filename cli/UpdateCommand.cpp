@@ -89,9 +89,8 @@ int run(const CliOptions &options, const ApplicationLayerFactory &makeLayer)
 
     const std::optional<QString> closingText = engine.package().readText(QStringLiteral("Final.txt"));
     const bool succeeded = engine.Upload();
-    const QString text = ResultText::compose(options.transferOnly, succeeded, closingText, engine.RestartInstrument(),
-                                             engine.QX_Error_GetLastErrorString());
-    reporter.result(succeeded, engine.QX_Error_GetLastError(), engine.QX_Error_GetLastErrorString(), text);
+    const QString text = ResultText::compose(engine, succeeded, closingText);
+    reporter.result(succeeded, engine.QX_Error_GetLastError(), ResultText::message(engine, succeeded), text);
     if (interrupt.interrupted())
         return ExitStatus::Cancelled;
     return succeeded ? ExitStatus::Success : ExitStatus::UpdateFailed;

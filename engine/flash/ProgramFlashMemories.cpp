@@ -72,6 +72,7 @@ bool QX_UploadProcess::programEntry(const QX_Program &entry, uint8_t *buffer)
             return false;
         }
         sent += n;
+        BytesWritten += n;
         ++ProgressCount;
         UpdateEntireProgress();
         animateOnTick();
@@ -103,6 +104,7 @@ bool QX_UploadProcess::programEntry(const QX_Program &entry, uint8_t *buffer)
         return false;
     }
     AddLogLine(QStringLiteral("Checksum Matches, Host = H") + hex(hostChecksum));
+    BytesVerified += length;
     AddLogLine(QStringLiteral("Block Count = ") + dec(blocks));
     return true;
 }
