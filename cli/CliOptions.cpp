@@ -3,7 +3,7 @@
 namespace {
 bool takeValue(const QStringList &args, qsizetype &i, QString &value, QString *error)
 {
-    if (i + 1 >= args.size() || args[i + 1].startsWith(QLatin1String("--"))) {
+    if (i + 1 >= args.size() || args[i + 1].startsWith(QLatin1Char('-'))) {
         *error = QStringLiteral("%1 needs a value").arg(args[i]);
         return false;
     }
@@ -17,20 +17,22 @@ QString CliOptions::usage()
     return QStringLiteral(
         "usage: varnolt-cli update PACKAGE [--port NAME] [--language NAME] [--transfer-only]\n"
         "                          [--overwrite | --keep-existing] [--log FILE] [--json] [--quiet]\n"
-        "       varnolt-cli info PACKAGE\n"
+        "       varnolt-cli info PACKAGE [--json]\n"
         "       varnolt-cli ports\n"
         "       varnolt-cli --help | --version\n"
         "\n"
         "update         update the instrument from the firmware package\n"
         "info           show what the package holds and its configuration\n"
         "ports          list the ports the application layer knows and whether they open\n"
-        "--port         the port to use, one of the package's (default: the package's)\n"
-        "--language     the firmware language, one of the package's\n"
+        "-p, --port     the port to use, one of the package's (default: the package's)\n"
+        "-l, --language the firmware language, one of the package's\n"
         "--transfer-only  only load and start the transfer program\n"
         "--overwrite    replace existing read-back files without asking\n"
         "--keep-existing  never replace them (the update then fails)\n"
-        "--log FILE     also write the log lines with timestamps to FILE\n"
-        "--json         one JSON object per line for machines\n"
+        "--log FILE     also write the run to FILE: a header (tool, package and its SHA-256,\n"
+        "               port and device, language), the log lines with timestamps, the result\n"
+        "               and the exit status\n"
+        "--json         one JSON object per line for machines (also for info)\n"
         "--quiet        only the result\n"
         "\n"
         "Exit status: 0 success, 1 the update failed, 2 bad usage or a package that cannot be\n"
@@ -69,10 +71,10 @@ bool CliOptions::parse(const QStringList &args, CliOptions &options, QString *er
         if (arg == QLatin1String("--help")) {
             options.command = Command::Help;
             return true;
-        } else if (updateOnly && arg == QLatin1String("--port")) {
+        } else if (updateOnly && (arg == QLatin1String("--port") || arg == QLatin1String("-p"))) {
             if (!takeValue(args, i, options.port, error))
                 return false;
-        } else if (updateOnly && arg == QLatin1String("--language")) {
+        } else if (updateOnly && (arg == QLatin1String("--language") || arg == QLatin1String("-l"))) {
             if (!takeValue(args, i, options.language, error))
                 return false;
         } else if (updateOnly && arg == QLatin1String("--log")) {
@@ -87,23 +89,37 @@ bool CliOptions::parse(const QStringList &args, CliOptions &options, QString *er
                 return false;
             }
             options.overwrite = wanted;
-        } else if (updateOnly && arg == QLatin1String("--json")) {
+        } else if (options.command != Command::Ports && arg == QLatin1String("--json")) {
             options.json = true;
         } else if (updateOnly && arg == QLatin1String("--quiet")) {
             options.quiet = true;
-        } else if (arg.startsWith(QLatin1String("--"))) {
+        } else if (arg.startsWith(QLatin1Char('-')) && arg.size() > 1) {
             *error = QStringLiteral("unknown option %1").arg(arg);
             return false;
         } else {
             positional << arg;
         }
     }
-    const qsizetype wanted = options.command == Command::Ports ? 0 : 1;
-    if (positional.size() != wanted) {
-        *error = wanted == 0 ? QStringLiteral("ports takes no package") : QStringLiteral("one package is needed");
+    return takePackage(positional, options, error);
+}
+
+bool CliOptions::takePackage(const QStringList &positional, CliOptions &options, QString *error)
+{
+    if (options.command == Command::Ports) {
+        if (!positional.isEmpty())
+            *error = QStringLiteral("ports takes no package");
+        return positional.isEmpty();
+    }
+    const QString command = options.command == Command::Update ? QStringLiteral("update") : QStringLiteral("info");
+    if (positional.isEmpty()) {
+        *error = QStringLiteral("%1 needs the package (the .KDPKG file) to %2").arg(command,
+                     options.command == Command::Update ? QStringLiteral("install") : QStringLiteral("show"));
         return false;
     }
-    if (wanted == 1)
-        options.package = positional.first();
+    if (positional.size() > 1) {
+        *error = QStringLiteral("one package is needed, not %1").arg(positional.join(QStringLiteral(", ")));
+        return false;
+    }
+    options.package = positional.first();
     return true;
 }

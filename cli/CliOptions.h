@@ -2,7 +2,7 @@
 // The headless tool's command line:
 //   varnolt-cli update PACKAGE [--port NAME] [--language NAME] [--transfer-only]
 //                              [--overwrite | --keep-existing] [--log FILE] [--json] [--quiet]
-//   varnolt-cli info PACKAGE
+//   varnolt-cli info PACKAGE [--json]
 //   varnolt-cli ports
 //   varnolt-cli --help | --version
 #include <QString>
@@ -25,4 +25,8 @@ struct CliOptions {
     // Parses the arguments after the program name; false with a reason in *error.
     static bool parse(const QStringList &arguments, CliOptions &options, QString *error);
     static QString usage();
+
+private:
+    // The one positional argument: the package, which ports has none of.
+    static bool takePackage(const QStringList &positional, CliOptions &options, QString *error);
 };

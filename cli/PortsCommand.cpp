@@ -1,7 +1,9 @@
 #include "cli/PortsCommand.h"
 
 #include "cli/ExitStatus.h"
+#include "link/PortDescription.h"
 #include "link/PortMap.h"
+#include "link/SerialAdapter.h"
 #include "link/TransportFactory.h"
 
 #include <QCoreApplication>
@@ -58,6 +60,26 @@ QString state(const QString &device)
     return port.error() == QSerialPort::PermissionError ? QStringLiteral("no permission (join the dialout group) or in use")
                                                         : QStringLiteral("cannot be opened: ") + port.errorString();
 }
+
+// Each adapter present, with the port names that open it and its by-id names: what to put
+// in the port map to reach it under the same name whichever USB socket it is plugged into.
+void printAdapters(QTextStream &out, const QList<SerialAdapter> &adapters, const PortMap &map, const QStringList &names)
+{
+    out << "USB serial adapters:\n";
+    if (adapters.isEmpty())
+        out << "  (none found)\n";
+    for (const SerialAdapter &adapter : adapters) {
+        QStringList usedBy;
+        for (const QString &name : names)
+            if (adapter.isOpenedBy(PortDescription::deviceFile(name, map)))
+                usedBy << name;
+        out << "  " << adapter.device.leftJustified(15) << ' ' << adapter.description()
+            << (usedBy.isEmpty() ? QString() : QStringLiteral(" (") + usedBy.join(QStringLiteral(", ")) + QLatin1Char(')'))
+            << '\n';
+        for (const QString &byId : adapter.byIdNames)
+            out << "      " << byId << '\n';
+    }
+}
 } // namespace
 
 int run()
@@ -77,13 +99,18 @@ int run()
     const auto row = [&](const QString &name, const QString &where, const QString &state) {
         out << "  " << name.leftJustified(7) << ' ' << where.leftJustified(19) << ' ' << state << '\n';
     };
-    for (const QString &name : serial)
-        row(name, map.deviceFor(name), state(map.deviceFor(name)));
+    const QList<SerialAdapter> adapters = SerialAdapter::present();
+    for (const QString &name : serial) {
+        const QString device = map.deviceFor(name);
+        const SerialAdapter *adapter = PortDescription::adapterOpenedBy(device, adapters);
+        row(name, device, state(device) + (adapter ? QStringLiteral(", ") + adapter->description() : QString()));
+    }
     const QMap<QString, QString> gpibState = gpibStates(map, gpib);
     for (const QString &name : gpib) {
         const QString where = map.deviceFor(name);
         row(name, where.isEmpty() ? QStringLiteral("(not mapped)") : where, gpibState.value(name));
     }
+    printAdapters(out, adapters, map, serial + gpib);
     return ExitStatus::Success;
 }
 

@@ -1,13 +1,17 @@
 #include "cli/RunReporter.h"
 
+#include "Version.h"
 #include "cli/ConsoleText.h"
+#include "cli/JsonLine.h"
+#include "config/ErrorCodes.h"
 #include "engine/QX_UploadProcess.h"
+#include "engine/ResultText.h"
+#include "link/PortMap.h"
 
-#include <QDateTime>
-#include <QJsonDocument>
-#include <QJsonObject>
+#include <QCryptographicHash>
+#include <QFile>
+#include <QJsonArray>
 #include <QTextStream>
-#include <cstdio>
 #include <unistd.h>
 
 namespace {
@@ -19,6 +23,22 @@ QString duration(double seconds)
 {
     const int s = int(seconds + 0.5);
     return QStringLiteral("%1:%2").arg(s / 60).arg(s % 60, 2, 10, QLatin1Char('0'));
+}
+
+QString sha256Of(const QString &path)
+{
+    QFile file(path);
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    if (!file.open(QIODevice::ReadOnly) || !hash.addData(&file))
+        return QString();
+    return QString::fromLatin1(hash.result().toHex());
+}
+
+QString outcomeName(bool succeeded, int32_t code)
+{
+    if (succeeded)
+        return QStringLiteral("success");
+    return code == ErrorCode::Cancelled ? QStringLiteral("cancelled") : QStringLiteral("failed");
 }
 } // namespace
 
@@ -32,27 +52,26 @@ RunReporter::RunReporter(const CliOptions &options, const QX_UploadProcess &engi
 
 bool RunReporter::open(QString *error)
 {
-    if (m_options.logFile.isEmpty())
-        return true;
-    m_log.setFileName(m_options.logFile);
-    if (!m_log.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text)) {
-        *error = QStringLiteral("cannot write the log file %1: %2").arg(m_options.logFile, m_log.errorString());
-        return false;
-    }
-    return true;
+    return m_options.logFile.isEmpty() || m_log.open(m_options.logFile, error);
+}
+
+void RunReporter::begin()
+{
+    m_packageSha256 = sha256Of(m_engine.package().path());
+    m_log.write(QStringLiteral("varnolt-cli %1 update\nPackage: %2\nPackage SHA-256: %3\nPort: %4 (%5)\nLanguage: %6")
+                    .arg(QLatin1String(Version::Text), m_engine.package().path(), m_packageSha256, m_engine.ComPort,
+                         device(), m_engine.FirmwareLanguage));
+}
+
+QString RunReporter::device() const
+{
+    const QString where = PortMap::fromEnvironment().deviceFor(m_engine.ComPort);
+    return where.isEmpty() ? QStringLiteral("not in the port map") : where;
 }
 
 void RunReporter::logLine(const QString &line)
 {
-    if (m_log.isOpen()) {
-        // Every line of the file carries the stamp, so it can be sorted and searched by time.
-        const QString stamp = QDateTime::currentDateTime().toString(Qt::ISODateWithMs);
-        QTextStream log(&m_log);
-        for (const QString &part : forConsole(line).split(QLatin1Char('\n')))
-            log << stamp << ' ' << part << '\n';
-        log.flush();
-        m_log.flush();
-    }
+    m_log.write(line);
     if (m_options.json) {
         emitJson({{QStringLiteral("type"), QStringLiteral("log")}, {QStringLiteral("line"), line}});
         return;
@@ -69,13 +88,30 @@ void RunReporter::progress(const QString &action, int16_t percent)
     m_action = action;
     m_percent = percent;
     if (m_options.json)
-        emitJson({{QStringLiteral("type"), QStringLiteral("progress")},
-                  {QStringLiteral("action"), action},
-                  {QStringLiteral("percent"), percent},
-                  {QStringLiteral("overall"), overall()},
-                  {QStringLiteral("bytes"), qint64(m_payloadBytes())}});
+        emitProgress(overall());
     if (m_showBar && !m_redraw.isActive())
         m_redraw.start(RedrawMs);
+    drawBar();
+}
+
+void RunReporter::emitProgress(double overall)
+{
+    emitJson({{QStringLiteral("type"), QStringLiteral("progress")},
+              {QStringLiteral("action"), m_action},
+              {QStringLiteral("percent"), m_percent},
+              {QStringLiteral("overall"), overall},
+              {QStringLiteral("bytes"), qint64(m_payloadBytes())}});
+}
+
+void RunReporter::warning(const QString &text)
+{
+    m_log.write(QStringLiteral("Warning: ") + text);
+    if (m_options.json) {
+        emitJson({{QStringLiteral("type"), QStringLiteral("warning")}, {QStringLiteral("message"), text}});
+        return;
+    }
+    clearBar();
+    QTextStream(stderr) << "varnolt-cli: " << text << Qt::endl;
     drawBar();
 }
 
@@ -99,17 +135,16 @@ void RunReporter::drawBar()
     if (!m_showBar || m_action.isEmpty())
         return;
     const double share = overall();
-    const double seconds = m_clock.elapsed() / 1000.0;
     const double rate = recentRate();
+    const std::optional<double> left = m_timeLeft.update(share, m_clock.elapsed() / 1000.0);
     const int filled = int(share * BarWidth);
-    const QString left = share > 0.02 ? duration(seconds * (1 - share) / share) : QStringLiteral("-:--");
     const QString line = QStringLiteral("\r%1 %2% [%3%4] %5% %6 B/s, %7 left")
                              .arg(m_action.left(36), -36)
                              .arg(std::clamp(m_percent, 0, 100), 3)
                              .arg(QString(filled, QLatin1Char('#')), QString(BarWidth - filled, QLatin1Char('.')))
                              .arg(int(share * 100), 3)
                              .arg(qint64(rate))
-                             .arg(left);
+                             .arg(left ? duration(*left) : QStringLiteral("-:--"));
     QTextStream(stderr) << line << "\x1b[K" << Qt::flush;
     m_barShown = true;
 }
@@ -122,18 +157,21 @@ void RunReporter::clearBar()
     m_barShown = false;
 }
 
-void RunReporter::result(bool succeeded, int32_t code, const QString &message, const QString &text)
+void RunReporter::result(bool succeeded, const QString &text, int exitStatus)
 {
     m_redraw.stop();
     clearBar();
-    const double seconds = m_clock.elapsed() / 1000.0;
+    const int32_t code = m_engine.QX_Error_GetLastError();
+    const QString message = ResultText::message(m_engine, succeeded);
+    m_log.write(QStringLiteral("Result: %1, code %2: %3\nExit status: %4")
+                    .arg(outcomeName(succeeded, code))
+                    .arg(code)
+                    .arg(message)
+                    .arg(exitStatus));
     if (m_options.json) {
-        emitJson({{QStringLiteral("type"), QStringLiteral("result")},
-                  {QStringLiteral("success"), succeeded},
-                  {QStringLiteral("code"), code},
-                  {QStringLiteral("message"), message},
-                  {QStringLiteral("text"), text},
-                  {QStringLiteral("elapsedSeconds"), seconds}});
+        if (succeeded)
+            emitProgress(1.0); // the budget is an estimate: a run that completed is all done
+        emitJson(resultObject(succeeded, text, exitStatus));
         return;
     }
     QTextStream out(stdout);
@@ -142,8 +180,36 @@ void RunReporter::result(bool succeeded, int32_t code, const QString &message, c
     out << forConsole(text) << Qt::endl;
 }
 
-void RunReporter::error(const QString &text)
+QJsonObject RunReporter::resultObject(bool succeeded, const QString &text, int exitStatus) const
 {
+    QJsonArray chips;
+    for (const QX_UploadProcess::ChipCodes &chip : m_engine.identifiedChips())
+        chips.append(QJsonObject{{QStringLiteral("flash"), chip.flashName},
+                                 {QStringLiteral("manufacturer"), chip.manufacturer},
+                                 {QStringLiteral("device"), chip.device}});
+    QJsonObject object{{QStringLiteral("type"), QStringLiteral("result")},
+                       {QStringLiteral("success"), succeeded},
+                       {QStringLiteral("code"), m_engine.QX_Error_GetLastError()},
+                       {QStringLiteral("message"), ResultText::message(m_engine, succeeded)},
+                       {QStringLiteral("text"), text},
+                       {QStringLiteral("exitStatus"), exitStatus},
+                       {QStringLiteral("elapsedSeconds"), m_clock.elapsed() / 1000.0},
+                       {QStringLiteral("package"), m_engine.package().path()},
+                       {QStringLiteral("packageSha256"), m_packageSha256},
+                       {QStringLiteral("port"), m_engine.ComPort},
+                       {QStringLiteral("device"), device()},
+                       {QStringLiteral("language"), m_engine.FirmwareLanguage},
+                       {QStringLiteral("chips"), chips},
+                       {QStringLiteral("bytesWritten"), qint64(m_engine.BytesWritten)},
+                       {QStringLiteral("bytesVerified"), qint64(m_engine.BytesVerified)}};
+    if (const QString why = m_engine.openFailureReason(); !why.isEmpty())
+        object.insert(QStringLiteral("channelError"), why);
+    return object;
+}
+
+void RunReporter::error(const QString &text, int exitStatus)
+{
+    m_log.write(QStringLiteral("Error: %1\nExit status: %2").arg(text).arg(exitStatus));
     if (m_options.json)
         emitJson({{QStringLiteral("type"), QStringLiteral("error")}, {QStringLiteral("message"), text}});
     else
@@ -152,5 +218,5 @@ void RunReporter::error(const QString &text)
 
 void RunReporter::emitJson(const QJsonObject &object)
 {
-    QTextStream(stdout) << QJsonDocument(object).toJson(QJsonDocument::Compact) << Qt::endl;
+    printJsonLine(object);
 }

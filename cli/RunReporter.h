@@ -1,11 +1,15 @@
 #pragma once
-// What the headless tool shows of a run: every log line (with a timestamp in the log file),
-// a progress bar on a terminal (the current action and its percent, the whole run, bytes per
-// second and time left), or one JSON object per line for machines; and the result.
+// What the headless tool shows of a run: every log line, a progress bar on a terminal (the
+// current action and its percent, the whole run, bytes per second and time left), or one
+// JSON object per line for machines; and the result. With --log the log file also gets a
+// header (tool, package and its SHA-256, port and device, language), every line and, last,
+// the result and the exit status.
 #include "cli/CliOptions.h"
+#include "cli/RunLog.h"
+#include "cli/TimeLeft.h"
 
 #include <QElapsedTimer>
-#include <QFile>
+#include <QJsonObject>
 #include <QObject>
 #include <QTimer>
 #include <deque>
@@ -21,25 +25,35 @@ public:
 
     // Opens the log file when one was asked for; false with a reason.
     bool open(QString *error);
+    // Once the package is loaded and port and language are chosen: heads the log file.
+    void begin();
     void logLine(const QString &line);
     void progress(const QString &action, int16_t percent);
-    void result(bool succeeded, int32_t code, const QString &message, const QString &text);
+    // A notice during the run that is not one of its log lines.
+    void warning(const QString &text);
+    // The run's outcome: text is the Finished text.
+    void result(bool succeeded, const QString &text, int exitStatus);
     // An error before any run (bad package, unknown port).
-    void error(const QString &text);
+    void error(const QString &text, int exitStatus);
 
 private:
     void drawBar();
     void clearBar();
     void emitJson(const QJsonObject &object);
+    void emitProgress(double overall);
+    QJsonObject resultObject(bool succeeded, const QString &text, int exitStatus) const;
+    QString device() const;
     double overall() const;
     double recentRate();
 
     const CliOptions &m_options;
     const QX_UploadProcess &m_engine;
     std::function<int64_t()> m_payloadBytes;
-    QFile m_log;
+    RunLog m_log;
+    QString m_packageSha256;
     QElapsedTimer m_clock;
     QTimer m_redraw;
+    TimeLeft m_timeLeft;
     bool m_showBar = false;
     bool m_barShown = false;
     QString m_action;

@@ -13,6 +13,9 @@
 
 namespace UpdateCommand {
 namespace {
+// From the erase on, a cancelled run may leave the instrument without working firmware.
+const QString EraseWarning = QStringLiteral("the erase has begun: stopping now may leave the instrument without working "
+                                            "firmware until the update is run again. Press Ctrl-C again to stop anyway.");
 
 QStringList listItems(const QString &list)
 {
@@ -79,22 +82,26 @@ int run(const CliOptions &options, const ApplicationLayerFactory &makeLayer)
     });
     QString error;
     if (!reporter.open(&error) || !(error = prepare(options, engine)).isEmpty()) {
-        reporter.error(error);
+        reporter.error(error, ExitStatus::BadUsage);
         return ExitStatus::BadUsage;
     }
+    reporter.begin();
 
-    QObject::connect(&engine, &QX_UploadProcess::ActionUpdate, &reporter, &RunReporter::logLine);
+    InterruptCancel interrupt([&] { engine.Cancel(); }, [&] { reporter.warning(EraseWarning); });
+    QObject::connect(&engine, &QX_UploadProcess::ActionUpdate, &reporter, [&](const QString &line) {
+        reporter.logLine(line);
+        if (engine.eraseBegan())
+            interrupt.warnFirst();
+    });
     QObject::connect(&engine, &QX_UploadProcess::ProgressUpdate, &reporter, &RunReporter::progress);
-    InterruptCancel interrupt([&] { engine.Cancel(); });
 
     const std::optional<QString> closingText = engine.package().readText(QStringLiteral("Final.txt"));
     const bool succeeded = engine.Upload();
-    const QString text = ResultText::compose(options.transferOnly, succeeded, closingText, engine.RestartInstrument(),
-                                             engine.QX_Error_GetLastErrorString());
-    reporter.result(succeeded, engine.QX_Error_GetLastError(), engine.QX_Error_GetLastErrorString(), text);
-    if (interrupt.interrupted())
-        return ExitStatus::Cancelled;
-    return succeeded ? ExitStatus::Success : ExitStatus::UpdateFailed;
+    const int status = interrupt.interrupted() ? ExitStatus::Cancelled
+                       : succeeded             ? ExitStatus::Success
+                                               : ExitStatus::UpdateFailed;
+    reporter.result(succeeded, ResultText::compose(engine, succeeded, closingText), status);
+    return status;
 }
 
 } // namespace UpdateCommand

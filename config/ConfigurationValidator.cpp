@@ -34,13 +34,8 @@ bool ConfigurationValidator::ValidateConfiguration(PackageConfiguration &config,
             complain(download.QX_Error_GetLastErrorString());
 
     for (QX_Program &program : config.Programs) {
-        // An entry named like a read-back file writes back what this run reads into it.
-        for (const QX_Download &download : config.Downloads) {
-            if (download.Filename().compare(program.Filename(), Qt::CaseInsensitive) == 0) {
-                program.setWriteBack(download.Filename(), download.Length());
-                break;
-            }
-        }
+        if (const QX_Download *readBack = config.readBackWrittenBy(program))
+            program.setWriteBack(readBack->Filename(), readBack->Length());
         if (!program.Validate())
             complain(program.QX_Error_GetLastErrorString());
     }

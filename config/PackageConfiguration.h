@@ -35,4 +35,14 @@ struct PackageConfiguration {
     int32_t ProgressTotal = 0;          // budget of the whole-run progress bar
     int32_t ProgressAfterErase = 0;     // the most that waits may reach by themselves
     int32_t ProgressAfterDownloads = 0; // where the program list is counted on from
+
+    // The read-back entry a program entry is named like: such a program writes back what the
+    // run reads into that file. None for an image of the package.
+    const QX_Download *readBackWrittenBy(const QX_Program &program) const
+    {
+        for (const QX_Download &download : Downloads)
+            if (download.Filename().compare(program.Filename(), Qt::CaseInsensitive) == 0)
+                return &download;
+        return nullptr;
+    }
 };

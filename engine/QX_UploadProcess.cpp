@@ -111,6 +111,7 @@ bool QX_UploadProcess::UploadWizard_Running(UploadDisplay &display)
 
 void QX_UploadProcess::AddLogLine(const QString &text)
 {
+    m_lastLogLine = text;
     if (WizardRunning)
         m_display->insertLogLineOnTop(text);
     else

@@ -126,6 +126,23 @@ public:
     // The engine's own last-error holder, created on first use and never replaced.
     QX_Error &ErrorHolder() const { return holder(); }
 
+    // --- What the last run leaves for its report ----------------------------------------
+    // The flash codes of each memory identified, in list order.
+    struct ChipCodes {
+        QString flashName;
+        int32_t manufacturer = 0;
+        int32_t device = 0;
+    };
+    const std::vector<ChipCodes> &identifiedChips() const { return m_identifiedChips; }
+    // The line the failing step logged, "" after a success: a failure that records no code
+    // (a checksum mismatch) is reported with it.
+    QString failureLine() const { return m_failureLine; }
+    // The run has reached the erase pass: from there on a failure or a cancel may leave the
+    // instrument without working firmware. Set while the run is still in that pass.
+    bool eraseBegan() const { return m_eraseBegan; }
+    int64_t BytesWritten = 0;  // image bytes the instrument took
+    int64_t BytesVerified = 0; // of those, the bytes of images whose checksum matched
+
 signals:
     void ProgressUpdate(const QString &sDescription, int16_t iProgress);
     void ActionUpdate(const QString &sDescription);
@@ -138,6 +155,8 @@ private:
     QString initString() const;
     bool uploadTransferProgram();
     bool identifyFlashMemories();
+    // Identification, read-back, erase and programming.
+    bool updateFlash();
     void finishRun(int startSecond);
     int wholeSecondOfDay() const;
     // The memory that holds [start, end): the last in list order, or none.
@@ -162,4 +181,8 @@ private:
     QString m_openFailureReason;
     EngineClock m_clock = EngineClock::system();
     std::unique_ptr<ApplicationLayer> AppLayer;
+    QString m_lastLogLine;
+    QString m_failureLine;
+    bool m_eraseBegan = false;
+    std::vector<ChipCodes> m_identifiedChips;
 };

@@ -28,6 +28,11 @@ bool QX_UploadProcess::Upload()
     CancelRequested = false;
     m_openFailureReason.clear();
     holder().SetLastError(0);
+    m_lastLogLine.clear();
+    m_eraseBegan = false;
+    m_identifiedChips.clear();
+    BytesWritten = 0;
+    BytesVerified = 0;
 
     bool result = false;
     if (!ValidateConfiguration()) {
@@ -41,11 +46,9 @@ bool QX_UploadProcess::Upload()
         int16_t percent = 0;
         ShowAction(QStringLiteral("Upload Firmware"), percent);
         AddLogLine(QStringLiteral("UPLOAD FIRMWARE STARTED"));
+        m_lastLogLine.clear(); // a failure's line is one its step wrote
         UpdateEntireProgress();
-        result = openChannel() && uploadTransferProgram()
-                 && (m_transferOnly
-                     || (identifyFlashMemories() && DownloadFlashMemories() && loadWriteBackImages()
-                         && EraseFlashMemories() && ProgramFlashMemories()));
+        result = openChannel() && uploadTransferProgram() && (m_transferOnly || updateFlash());
         if (result && !m_transferOnly && !ContinueFlag) {
             request([](ApplicationLayer &layer) { layer.Restart(); });
             AddLogLine(QStringLiteral("Instrument Restarted"));
@@ -53,6 +56,7 @@ bool QX_UploadProcess::Upload()
     }
     if (holder().GetLastError() != 0)
         result = false;
+    m_failureLine = result ? QString() : m_lastLogLine;
     finishRun(startSecond);
     return result;
 }
@@ -125,6 +129,14 @@ bool QX_UploadProcess::uploadTransferProgram()
     return true;
 }
 
+bool QX_UploadProcess::updateFlash()
+{
+    if (!identifyFlashMemories() || !DownloadFlashMemories() || !loadWriteBackImages())
+        return false;
+    m_eraseBegan = true;
+    return EraseFlashMemories() && ProgramFlashMemories();
+}
+
 bool QX_UploadProcess::identifyFlashMemories()
 {
     for (const QX_Memory &memory : Memories) {
@@ -137,6 +149,7 @@ bool QX_UploadProcess::identifyFlashMemories()
             return false;
         }
         AddLogLine(QStringLiteral("Manufacturer H") + hex(ManufacturerCode) + QStringLiteral(", Device H") + hex(DeviceCode));
+        m_identifiedChips.push_back({memory.Flashname(), ManufacturerCode, DeviceCode});
         ProgressCount += ProgressUnitsPerStep;
         UpdateEntireProgress();
     }

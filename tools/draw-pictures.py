@@ -126,14 +126,27 @@ def settings_picture():
     ])
 
 
-def finished_picture():
+RED = "#C8553D"
+
+
+def finished_picture(badge, led=AMBER):
+    # The instrument with a round badge at its upper right: what became of the update.
     return "\n".join([
         f'<rect x="4" y="4" width="154" height="197" rx="14" fill="{LIGHT}"/>',
         f'<ellipse cx="81" cy="120" rx="70" ry="62" fill="url(#glow)"/>',
-        instrument(26, 82, 2.2),
-        f'<circle cx="120" cy="54" r="24" fill="{TEAL}"/>',
-        '<path d="M108 54 L117 63 L132 45" fill="none" stroke="#FFFFFF" stroke-width="6" stroke-linecap="round" stroke-linejoin="round"/>',
+        instrument(26, 82, 2.2, led=led),
+        badge,
     ])
+
+
+def badge(colour, mark):
+    return (f'<circle cx="120" cy="54" r="24" fill="{colour}"/>\n'
+            f'<path d="{mark}" fill="none" stroke="#FFFFFF" stroke-width="6" stroke-linecap="round" stroke-linejoin="round"/>')
+
+
+SUCCEEDED = badge(TEAL, "M108 54 L117 63 L132 45")
+FAILED = badge(RED, "M110 44 L130 64 M130 44 L110 64")   # a cross
+CANCELLED = badge("#8E9BA8", "M108 54 L132 54")            # a bar: stopped on request
 
 
 def main():
@@ -143,7 +156,9 @@ def main():
         "step1": svg(139, 111, readme_picture()),
         "step2": svg(139, 111, settings_picture()),
         "step3": svg(139, 111, scene()),
-        "finished": svg(162, 205, finished_picture()),
+        "finished": svg(162, 205, finished_picture(SUCCEEDED)),
+        "failed": svg(162, 205, finished_picture(FAILED, led=RED)),
+        "cancelled": svg(162, 205, finished_picture(CANCELLED, led="#C9B39E")),
     }
     for frame in range(4):
         pictures[f"upload{frame}"] = svg(139, 111, scene(frame))

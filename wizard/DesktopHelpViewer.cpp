@@ -1,13 +1,16 @@
 #include "wizard/DesktopHelpViewer.h"
 
 #include <QDesktopServices>
+#include <QFileInfo>
 #include <QUrl>
 
-void DesktopHelpViewer::open(const QString &path, const QString &anchor)
+bool DesktopHelpViewer::open(const QString &path, const QString &anchor)
 {
+    if (!QFileInfo::exists(path))
+        return false;
     QUrl url = QUrl::fromLocalFile(path);
     url.setFragment(anchor);
-    QDesktopServices::openUrl(url);
+    return QDesktopServices::openUrl(url);
 }
 
 void DesktopHelpViewer::close(const QString &)

@@ -6,6 +6,6 @@
 
 class DesktopHelpViewer : public HelpViewer {
 public:
-    void open(const QString &path, const QString &anchor) override;
+    bool open(const QString &path, const QString &anchor) override;
     void close(const QString &path) override;
 };

@@ -6,6 +6,7 @@
 class HelpViewer {
 public:
     virtual ~HelpViewer() = default;
-    virtual void open(const QString &path, const QString &anchor) = 0;
+    // False when nothing could show it.
+    virtual bool open(const QString &path, const QString &anchor) = 0;
     virtual void close(const QString &path) = 0;
 };

@@ -1,6 +1,8 @@
 #pragma once
-// Message boxes on the wizard window.
+// Message boxes on the wizard window, centred on it, their texts shown as plain text.
 #include "wizard/WizardPrompt.h"
+
+#include <QMessageBox>
 
 class QWidget;
 
@@ -12,5 +14,8 @@ public:
     bool askOkCancel(const QString &title, const QString &text) override;
 
 private:
+    QMessageBox::StandardButton ask(QMessageBox::Icon icon, const QString &title, const QString &text,
+                                    QMessageBox::StandardButtons buttons, QMessageBox::StandardButton preset);
+
     QWidget *m_parent;
 };

@@ -3,7 +3,6 @@
 #include "config/ErrorCodes.h"
 
 #include <QFileInfo>
-#include <QStringList>
 
 namespace {
 const QString PortKeyword = QStringLiteral("PORT");
@@ -19,17 +18,32 @@ QString trimBlanks(const QString &text)
         --last;
     return text.mid(first, last - first);
 }
+
+// The rules before the F switch's take every other keyword that starts with "F".
+bool isFileSwitch(const QString &part)
+{
+    return part.startsWith(QLatin1Char('F')) && !part.startsWith(LanguageKeyword);
+}
 } // namespace
 
-void QX_CommandLine::setCommandLine(const QString &sValue)
+void QX_CommandLine::setCommandLine(const QStringList &arguments)
 {
-    m_commandLine = sValue;
-    if (sValue.isEmpty())
-        return;
-    const QStringList parts = sValue.split(QLatin1Char('/'));
-    // The text before the first "/" is never a switch.
-    for (qsizetype i = 1; i < parts.size(); ++i)
-        parsePart(trimBlanks(parts.at(i)));
+    m_commandLine = arguments;
+    for (const QString &argument : arguments)
+        parseArgument(argument);
+}
+
+void QX_CommandLine::parseArgument(const QString &argument)
+{
+    const QChar slash(QLatin1Char('/'));
+    for (qsizetype start = argument.indexOf(slash); start >= 0;) {
+        const qsizetype next = argument.indexOf(slash, start + 1);
+        const QString part = trimBlanks(argument.mid(start + 1, next < 0 ? -1 : next - start - 1));
+        if (isFileSwitch(part))
+            return parsePart(trimBlanks(argument.mid(start + 1))); // the path keeps its slashes
+        parsePart(part);
+        start = next;
+    }
 }
 
 void QX_CommandLine::parsePart(const QString &part)

@@ -10,18 +10,23 @@
 
 namespace {
 const QString ProgramTitle = QStringLiteral("Varnolt");
-}
+const QString PortSwitch = QStringLiteral("PORT");
+const QString LanguageSwitch = QStringLiteral("FIRMWARE_LANGUAGE");
+// The status of a start-up the user ends on a message about the command line: scripts that
+// start the wizard see that it did not do what they asked.
+constexpr int SwitchErrorStatus = 2;
+} // namespace
 
-void frmWizard::startUp(const QString &commandLine)
+void frmWizard::startUp(const QStringList &arguments)
 {
-    if (commandLine.isEmpty()) {
+    if (arguments.isEmpty()) {
         GoToStep(SelectFirmware, None);
         return;
     }
-    m_commandLine.setCommandLine(commandLine);
+    m_commandLine.setCommandLine(arguments);
     if (m_commandLine.QX_Error_GetLastError() != 0) {
         if (!m_prompt->askOkCancel(QStringLiteral("Invalid Command Line Switch"), m_commandLine.QX_Error_GetLastErrorString()))
-            return endProgramAtOnce();
+            return endProgramAtOnce(SwitchErrorStatus);
         GoToStep(SelectFirmware, None);
         return;
     }
@@ -38,10 +43,11 @@ void frmWizard::startUp(const QString &commandLine)
 
     if (m_engine->QX_Error_GetLastError() != 0) {
         if (!m_prompt->askOkCancel(ProgramTitle, QStringLiteral("Error Occurred reading configuration file")))
-            return endProgramAtOnce();
+            return endProgramAtOnce(SwitchErrorStatus);
         GoToStep(SelectFirmware, None);
         return;
     }
+    m_switchesApplied = true;
     const auto applySwitch = [this](bool set, const QString &value, QComboBox &selector, const QString &name) {
         if (!set)
             return true;
@@ -51,9 +57,9 @@ void frmWizard::startUp(const QString &commandLine)
         return m_prompt->askOkCancel(ProgramTitle, QStringLiteral("Invalid Command Line Switch /") + name + wanted);
     };
     if (!applySwitch(m_commandLine.FirmwareLanguageSet(), m_commandLine.FirmwareLanguage(), *m_cmbFirmwareLanguages,
-                     QStringLiteral("FIRMWARE_LANGUAGE"))
-        || !applySwitch(m_commandLine.PortSet(), m_commandLine.Port(), *m_cmbPorts, QStringLiteral("PORT")))
-        return endProgramAtOnce();
+                     LanguageSwitch)
+        || !applySwitch(m_commandLine.PortSet(), m_commandLine.Port(), *m_cmbPorts, PortSwitch))
+        return endProgramAtOnce(SwitchErrorStatus);
 
     if (m_commandLine.AutoStart()) {
         m_engine->DisplayConfiguration();
@@ -61,4 +67,14 @@ void frmWizard::startUp(const QString &commandLine)
     } else {
         GoToStep(Introduction, Next);
     }
+}
+
+void frmWizard::preselectFromSwitches()
+{
+    if (!m_switchesApplied)
+        return;
+    if (m_commandLine.FirmwareLanguageSet())
+        selectListEntry(*m_cmbFirmwareLanguages, m_commandLine.FirmwareLanguage().toUpper());
+    if (m_commandLine.PortSet())
+        selectListEntry(*m_cmbPorts, m_commandLine.Port().toUpper());
 }

@@ -5,6 +5,11 @@
 #include <QString>
 
 namespace StepPictures {
-// name is the file name without ".svg" (step0..step3, upload0..upload3, finished).
+// The Finished step's pictures, one for each way a run ends.
+inline constexpr const char *Succeeded = "finished";
+inline constexpr const char *Failed = "failed";
+inline constexpr const char *Cancelled = "cancelled";
+
+// name is the file name without ".svg" (step0..step3, upload0..upload3, and the three above).
 QPixmap render(const QString &name, QSize size, qreal devicePixelRatio);
 }

@@ -1,8 +1,10 @@
 // Running the update from the Upload step and writing its result on the Finished step.
 #include "wizard/frmWizard.h"
 
+#include "config/ErrorCodes.h"
 #include "engine/QX_UploadProcess.h"
 #include "engine/ResultText.h"
+#include "wizard/StepPictures.h"
 
 #include <QCoreApplication>
 #include <QPushButton>
@@ -22,8 +24,9 @@ void frmWizard::RunUpload()
     const bool succeeded = m_engine->Upload();
     setRunning(false);
 
-    setResultText(ResultText::compose(m_commandLine.TransferOnly(), succeeded, closingText, m_engine->RestartInstrument(),
-                                      EngineError->QX_Error_GetLastErrorString()));
+    setResultText(ResultText::compose(*m_engine, succeeded, closingText));
+    const bool cancelled = EngineError->QX_Error_GetLastError() == ErrorCode::Cancelled;
+    showFinishedPicture(QLatin1String(succeeded ? StepPictures::Succeeded : cancelled ? StepPictures::Cancelled : StepPictures::Failed));
 
     if (m_closeWhenUploadEnds)
         QTimer::singleShot(0, this, &QWidget::close);

@@ -2,14 +2,17 @@
 #include "wizard/frmWizard.h"
 
 #include "engine/QX_UploadProcess.h"
+#include "link/PortDescription.h"
 #include "wizard/ProgressBox.h"
 #include "wizard/StepPictures.h"
 
 #include <QComboBox>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QScreen>
 #include <QSignalBlocker>
 
 namespace {
@@ -23,6 +26,10 @@ constexpr QSize AnimationSize(139, 111);
 
 bool frmWizard::showWindow()
 {
+    // Placed before it is shown: message boxes centre on where the window is, and the start-up
+    // shows its messages before the window manager would have placed it.
+    if (const QScreen *screen = QGuiApplication::primaryScreen())
+        move(screen->availableGeometry().center() - rect().center());
     show();
     return true;
 }
@@ -130,6 +137,13 @@ void frmWizard::addLanguage(const QString &language)
 void frmWizard::setLanguageText(const QString &language)
 {
     selectListEntry(*m_cmbFirmwareLanguages, language);
+}
+
+void frmWizard::showPortDevice()
+{
+    const QString port = m_cmbPorts->currentText().trimmed();
+    m_lblPortDevice->setText(port.isEmpty() ? QString()
+                                            : PortDescription::of(port, PortMap::fromEnvironment(), SerialAdapter::present()));
 }
 
 bool frmWizard::selectListEntry(QComboBox &selector, const QString &value)

@@ -23,7 +23,7 @@ constexpr QRect StepPicture(14, 14, 139, 111);
 constexpr QRect FinishedPicture(14, 14, 162, 205);
 constexpr double StepTextPointSize = 9.75;
 
-const char *const StepPictureNames[] = {"step0", "step1", "step2", "step3", "finished"};
+const char *const StepPictureNames[] = {"step0", "step1", "step2", "step3", StepPictures::Succeeded};
 
 // The separator along the top of the navigation bar: a grey line over a white one.
 class NavigationBar : public QWidget {
@@ -92,8 +92,15 @@ void frmWizard::buildSteps()
 
 void frmWizard::showStepPicture(int16_t step)
 {
-    const QSize size = step == Finished ? FinishedPicture.size() : StepPicture.size();
-    m_imgStep[step]->setPixmap(StepPictures::render(QLatin1String(StepPictureNames[step]), size, devicePixelRatioF()));
+    if (step == Finished)
+        return showFinishedPicture(QLatin1String(StepPictureNames[step]));
+    m_imgStep[step]->setPixmap(StepPictures::render(QLatin1String(StepPictureNames[step]), StepPicture.size(), devicePixelRatioF()));
+}
+
+void frmWizard::showFinishedPicture(const QString &name)
+{
+    m_finishedPicture = name;
+    m_imgStep[Finished]->setPixmap(StepPictures::render(name, FinishedPicture.size(), devicePixelRatioF()));
 }
 
 QWidget *frmWizard::buildSelectFirmwareStep()
@@ -141,10 +148,13 @@ QWidget *frmWizard::buildSettingsStep()
     m_cmbFirmwareLanguages = new QComboBox(panel);
     m_cmbFirmwareLanguages->setGeometry(424, 40, 161, m_cmbFirmwareLanguages->sizeHint().height());
     languageCaption->setBuddy(m_cmbFirmwareLanguages);
+    // Which device the chosen port opens here, between the selectors and the summary.
+    m_lblPortDevice = label(panel, {176, 66, 409, 30}, QString(), false);
+    m_lblPortDevice->setTextFormat(Qt::PlainText);
     // The summary of the advanced display can be long and holds unbroken names and paths: it
     // wraps anywhere and scrolls, on the step's background like a label.
     m_txtSummary = new QPlainTextEdit(panel);
-    m_txtSummary->setGeometry(176, 72, 400, 217);
+    m_txtSummary->setGeometry(176, 100, 400, 189);
     m_txtSummary->setReadOnly(true);
     m_txtSummary->setFrameShape(QFrame::NoFrame);
     m_txtSummary->setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
@@ -168,6 +178,7 @@ QWidget *frmWizard::buildUploadStep()
     label(panel, {8, 224, 96, 16}, QStringLiteral("Current Action:"), false);
     m_lblActionText = label(panel, {104, 224, 481, 16}, QString(), false);
     m_lblActionText->setWordWrap(false);
+    m_lblActionText->setTextFormat(Qt::PlainText); // it names the package's files
     m_pboxStep = new ProgressBox(panel);
     m_pboxStep->setGeometry(8, 240, 585, 17);
     label(panel, {8, 264, 120, 16}, QStringLiteral("Entire Process:"), false);

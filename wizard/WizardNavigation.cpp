@@ -6,9 +6,11 @@
 #include "resources/StringTable.h"
 #include "wizard/HelpViewer.h"
 #include "wizard/PackageList.h"
+#include "wizard/StepPictures.h"
 #include "wizard/WizardPrompt.h"
 
 #include <QCoreApplication>
+#include <QKeyEvent>
 #include <QListWidget>
 #include <QPushButton>
 
@@ -47,7 +49,9 @@ void frmWizard::runEntryActions(int16_t step, Direction direction)
             m_prompt->showMessage(ProgramTitle, QStringLiteral("Error Occurred reading configuration file"));
             GoToStep(SelectFirmware, Back);
         } else {
+            preselectFromSwitches();
             m_engine->DisplayConfiguration();
+            showPortDevice();
         }
     } else if (step == UploadStep && direction == Back) {
         m_finishAllowed = false; // Exit stays enabled on this screen, off from the next move on
@@ -75,14 +79,40 @@ void frmWizard::UpdateNavButtons(int16_t step)
 void frmWizard::onHelp()
 {
     m_helpOpened = true;
-    m_help->open(m_services.helpPath, QStringLiteral("contents"));
+    if (!m_help->open(m_services.helpPath, QStringLiteral("contents")))
+        m_prompt->showMessage(ProgramTitle, QStringLiteral("The help cannot be shown: no program here opens it. The help is "
+                                                           "the file\r\n") + m_services.helpPath
+                                                + QStringLiteral("\r\nwhich any web browser shows."));
 }
 
 void frmWizard::onCancel()
 {
+    if (!cancelConfirmed())
+        return;
     m_engine->Cancel();
+    showFinishedPicture(QLatin1String(StepPictures::Cancelled));
     QCoreApplication::processEvents();
     GoToStep(Finished, Next);
+}
+
+void frmWizard::keyPressEvent(QKeyEvent *event)
+{
+    // Esc acts as Cancel once no control wanted it: a drop-down list it closes keeps it.
+    if (event->key() == Qt::Key_Escape && event->modifiers() == Qt::NoModifier)
+        onCancel();
+    else
+        QWidget::keyPressEvent(event);
+}
+
+bool frmWizard::cancelConfirmed()
+{
+    // Until the erase the instrument keeps its firmware whatever happens; from there on a
+    // cancel may leave it without any until the update is run again.
+    if (!m_uploadRunning || m_engine->CancelRequested || !m_engine->eraseBegan())
+        return true;
+    return m_prompt->askYesNo(ProgramTitle,
+                              QStringLiteral("The erase has begun. If you cancel now, the instrument may be left without "
+                                             "working firmware until the update is run again.\r\n\r\nCancel the update?"));
 }
 
 void frmWizard::onBack()

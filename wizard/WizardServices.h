@@ -16,6 +16,6 @@ struct WizardServices {
     WizardPrompt *prompt = nullptr;        // default: message boxes on the window
     HelpViewer *help = nullptr;            // default: the desktop's viewer
     PackageList::FileChooser chooseFile;   // default: the file dialog
-    std::function<void()> endProgram;      // default: the process ends at once
+    std::function<void(int status)> endProgram; // default: the process ends at once with status
     QString helpPath;                      // default: Varnolt.html next to the program
 };

@@ -48,15 +48,15 @@ frmWizard::frmWizard(WizardServices services, QWidget *parent) : QWidget(parent)
     connect(m_cmdNav[Exit], &QPushButton::clicked, this, &QWidget::close);
     connect(m_cmdBrowse, &QPushButton::clicked, m_packages.get(), &PackageList::browse);
     connect(new QShortcut(Qt::Key_F1, this), &QShortcut::activated, this, &frmWizard::onHelp);
-    connect(new QShortcut(Qt::Key_Escape, this), &QShortcut::activated, this, &frmWizard::onCancel);
     for (QComboBox *selector : {m_cmbPorts, m_cmbFirmwareLanguages})
         connect(selector, &QComboBox::currentIndexChanged, this,
                 [this, selector](int index) { selectorChosen(*selector, index); });
+    connect(m_cmbPorts, &QComboBox::currentIndexChanged, this, &frmWizard::showPortDevice);
 }
 
 frmWizard::~frmWizard() = default;
 
-void frmWizard::load(const QString &commandLine)
+void frmWizard::load(const QStringList &arguments)
 {
     m_finishAllowed = false;
     Advanced = false;
@@ -64,14 +64,22 @@ void frmWizard::load(const QString &commandLine)
         panel->hide();
     ResourceTexts::ApplyResourceTexts(*this);
     setResultText(m_lblStep[Finished]->text()); // CR LF from the string table, shown as line breaks
+    // Nothing is chosen before the command line has been applied: its messages come first,
+    // and the first step shown sets the buttons.
+    for (Nav button : {BackButton, NextButton, Exit})
+        m_cmdNav[button]->setEnabled(false);
     m_engine->UploadWizard_Running(*this);
-    startUp(commandLine);
+    startUp(arguments);
 }
 
 void frmWizard::closeEvent(QCloseEvent *event)
 {
     // The engine must outlive a run that is still unwinding after Cancel: close once it has.
     if (m_uploadRunning) {
+        if (!cancelConfirmed()) {
+            event->ignore();
+            return;
+        }
         m_closeWhenUploadEnds = true;
         m_engine->Cancel();
         event->ignore();
@@ -83,12 +91,12 @@ void frmWizard::closeEvent(QCloseEvent *event)
     event->accept();
 }
 
-void frmWizard::endProgramAtOnce()
+void frmWizard::endProgramAtOnce(int status)
 {
     if (m_services.endProgram) {
-        m_services.endProgram();
+        m_services.endProgram(status);
         return;
     }
     m_engine.reset(); // the temporary configuration copies go with it
-    std::_Exit(EXIT_SUCCESS);
+    std::_Exit(status);
 }

@@ -34,8 +34,8 @@ public:
     ~frmWizard() override;
 
     // Form load: prepares the steps, puts the engine into wizard mode and shows the window,
-    // then applies the command line (the program's arguments as one text).
-    void load(const QString &commandLine);
+    // then applies the command line (the program's arguments, each one switch).
+    void load(const QStringList &arguments);
     void GoToStep(int16_t step, Direction direction);
 
     // Public state of the form
@@ -48,6 +48,7 @@ public:
     QPushButton &navButton(Nav which) const { return *m_cmdNav[which]; }
     QListWidget &lstPackages() const { return *m_lstPackages; }
     QLabel &lblPackageNotes() const { return *m_lblPackageNotes; }
+    QLabel &lblPortDevice() const { return *m_lblPortDevice; }
     QComboBox &cmbPorts() const { return *m_cmbPorts; }
     QComboBox &cmbFirmwareLanguages() const { return *m_cmbFirmwareLanguages; }
     QListWidget &lstStep() const { return *m_lstStep; }
@@ -62,6 +63,8 @@ public:
     bool isUploadRunning() const { return m_uploadRunning; }
     bool helpOpened() const { return m_helpOpened; }
     bool finishAllowed() const { return m_finishAllowed; }
+    // The Finished step's picture: "finished", "failed" or "cancelled".
+    QString finishedPicture() const { return m_finishedPicture; }
 
     // UploadDisplay
     bool showWindow() override;
@@ -86,6 +89,7 @@ public:
 
 protected:
     void closeEvent(QCloseEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
 
 private:
     void buildSteps();
@@ -96,23 +100,31 @@ private:
     QWidget *buildUploadStep();
     QWidget *buildFinishedStep();
     void showStepPicture(int16_t step);
+    void showFinishedPicture(const QString &name);
+    // Says which device the chosen port opens.
+    void showPortDevice();
 
     void UpdateNavButtons(int16_t step);
     void UpdateStepCaption(int16_t step);
     void runEntryActions(int16_t step, Direction direction);
     void onHelp();
     void onCancel();
+    // True when the update may be cancelled: after the erase began, only once the user agreed.
+    bool cancelConfirmed();
     void onBack();
     void onNext();
     void RunUpload();
     // Marks a run as on the stack (or over) and sets the buttons that could start another.
     void setRunning(bool running);
-    void startUp(const QString &commandLine);
+    void startUp(const QStringList &arguments);
+    // The port and language the switches named stay chosen when the Settings step reloads
+    // the configuration, where the package offers them.
+    void preselectFromSwitches();
     // Selects the entry equal to value in selector; false when there is none.
     bool selectListEntry(QComboBox &selector, const QString &value);
     // A selector's change handler: hands the chosen port or language to the engine.
     void selectorChosen(QComboBox &selector, int index);
-    void endProgramAtOnce();
+    void endProgramAtOnce(int status);
 
     WizardServices m_services;
     std::unique_ptr<MessageBoxPrompt> m_ownPrompt;
@@ -128,6 +140,8 @@ private:
     bool m_helpOpened = false;
     bool m_uploadRunning = false;
     bool m_closeWhenUploadEnds = false;
+    bool m_switchesApplied = false; // the start-up chose port and language from the switches
+    QString m_finishedPicture;
     QString m_summary;
     QString m_result;
 
@@ -141,6 +155,7 @@ private:
     QPlainTextEdit *m_txtReadme = nullptr;
     QComboBox *m_cmbPorts = nullptr;
     QComboBox *m_cmbFirmwareLanguages = nullptr;
+    QLabel *m_lblPortDevice = nullptr;
     QPlainTextEdit *m_txtSummary = nullptr; // the configuration summary of the Settings step
     QListWidget *m_lstStep = nullptr;
     QLabel *m_lblActionText = nullptr;

@@ -12,7 +12,7 @@ int main(int argc, char **argv)
     WizardServices services;
     services.appLayerFactory = [](const EngineWait &wait) { return std::make_unique<Trovex>(wait); };
     frmWizard wizard(std::move(services));
-    const QString commandLine = QApplication::arguments().mid(1).join(QLatin1Char(' '));
-    QTimer::singleShot(0, &wizard, [&] { wizard.load(commandLine); });
+    const QStringList arguments = QApplication::arguments().mid(1);
+    QTimer::singleShot(0, &wizard, [&] { wizard.load(arguments); });
     return app.exec();
 }

@@ -76,6 +76,7 @@ bool QX_UploadProcess::programEntry(const QX_Program &entry, uint8_t *buffer)
             return false;
         }
         sent += n;
+        BytesWritten += n;
         ++ProgressCount;
         UpdateEntireProgress();
         animateOnTick();
@@ -107,6 +108,7 @@ bool QX_UploadProcess::programEntry(const QX_Program &entry, uint8_t *buffer)
         return false;
     }
     AddLogLine(QStringLiteral("Checksum Matches, Host = H") + hex(hostChecksum));
+    BytesVerified += length;
     AddLogLine(QStringLiteral("Block Count = ") + dec(blocks));
     return true;
 }

@@ -10,7 +10,7 @@ private slots:
     {
         CliOptions options;
         QString error;
-        QVERIFY(CliOptions::parse({"update", "--port", "com2", "pkg.KDPKG", "--language", "GERMAN", "--transfer-only",
+        QVERIFY(CliOptions::parse({"update", "-p", "com2", "pkg.KDPKG", "-l", "GERMAN", "--transfer-only",
                                    "--keep-existing", "--log", "run.log", "--json", "--quiet"},
                                   options, &error));
         QCOMPARE(options.command, CliOptions::Command::Update);
@@ -44,6 +44,7 @@ private slots:
         QTest::newRow("-h") << QStringList{"-h"} << int(CliOptions::Command::Help);
         QTest::newRow("help after a command") << QStringList{"update", "--help"} << int(CliOptions::Command::Help);
         QTest::newRow("--version") << QStringList{"--version"} << int(CliOptions::Command::Version);
+        QTest::newRow("info --json") << QStringList{"info", "p.KDPKG", "--json"} << int(CliOptions::Command::Info);
     }
     void otherCommands()
     {
@@ -62,8 +63,12 @@ private slots:
         QTest::newRow("nothing") << QStringList{} << "a command is needed";
         QTest::newRow("unknown command") << QStringList{"flash", "p"} << "unknown command flash";
         QTest::newRow("unknown option") << QStringList{"update", "p", "--fast"} << "unknown option --fast";
-        QTest::newRow("no package") << QStringList{"update"} << "one package is needed";
-        QTest::newRow("two packages") << QStringList{"update", "a", "b"} << "one package is needed";
+        QTest::newRow("no package") << QStringList{"update"} << "update needs the package (the .KDPKG file) to install";
+        QTest::newRow("a port but no package") << QStringList{"update", "-p", "COM1"}
+                                               << "update needs the package (the .KDPKG file) to install";
+        QTest::newRow("info without a package") << QStringList{"info", "--json"} << "info needs the package (the .KDPKG file) to show";
+        QTest::newRow("two packages") << QStringList{"update", "a", "b"} << "one package is needed, not a, b";
+        QTest::newRow("unknown short option") << QStringList{"update", "p", "-x"} << "unknown option -x";
         QTest::newRow("ports with a package") << QStringList{"ports", "p"} << "ports takes no package";
         QTest::newRow("value missing at the end") << QStringList{"update", "p", "--port"} << "--port needs a value";
         QTest::newRow("option instead of a value") << QStringList{"update", "p", "--log", "--json"} << "--log needs a value";

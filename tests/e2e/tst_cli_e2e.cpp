@@ -10,6 +10,8 @@
 #include "package/ZipArchive.h"
 #include "tools/package-builder/PackageBuilder.h"
 
+#include <QCryptographicHash>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -33,12 +35,20 @@ QByteArray bytesOf(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+QString sha256(const QString &path)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(bytesOf(path), QCryptographicHash::Sha256).toHex());
+}
+
 void writeFile(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(bytes);
 }
+
+// Log files and JSON carry the time with its offset from UTC.
+const QRegularExpression Stamp(QStringLiteral("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3}(Z|[+-]\\d\\d:\\d\\d)$"));
 
 QList<QJsonObject> jsonLines(const QByteArray &output)
 {
@@ -48,8 +58,9 @@ QList<QJsonObject> jsonLines(const QByteArray &output)
             continue;
         QJsonParseError error;
         const QJsonDocument document = QJsonDocument::fromJson(line, &error);
-        if (error.error != QJsonParseError::NoError || !document.isObject())
-            return {}; // every line must be one object
+        if (error.error != QJsonParseError::NoError || !document.isObject()
+            || !Stamp.match(document.object().value(QStringLiteral("time")).toString()).hasMatch())
+            return {}; // every line must be one object, stamped
         objects << document.object();
     }
     return objects;
@@ -163,12 +174,18 @@ private slots:
         QVERIFY(!result.text().contains(QLatin1Char('\r')));
         QVERIFY(result.err.isEmpty()); // no progress bar without a terminal
 
-        const QStringList logged = QString::fromUtf8(bytesOf(logFile)).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        // The file: what the run was about, every line stamped, how it ended.
+        QStringList logged;
+        for (const QString &line : QString::fromUtf8(bytesOf(logFile)).split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+            QVERIFY2(Stamp.match(line.section(QLatin1Char(' '), 0, 0)).hasMatch(), qPrintable(line));
+            logged << line.section(QLatin1Char(' '), 1);
+        }
         QVERIFY(logged.size() > 10);
-        const QRegularExpression stamped(QStringLiteral("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3} "));
-        for (const QString &line : logged)
-            QVERIFY2(stamped.match(line).hasMatch(), qPrintable(line));
-        QVERIFY(logged.filter(QStringLiteral(" Close Communication Channel")).size() == 1);
+        QVERIFY(logged.at(0).startsWith(QStringLiteral("varnolt-cli ")) && logged.at(0).endsWith(QStringLiteral(" update")));
+        QCOMPARE(logged.mid(1, 4), (QStringList{"Package: " + m_package, "Package SHA-256: " + sha256(m_package),
+                                                "Port: COM1 (" + instrument.device() + ")", "Language: ENGLISH"}));
+        QCOMPARE(logged.filter(QStringLiteral("Close Communication Channel")).size(), 1);
+        QCOMPARE(logged.mid(logged.size() - 2), (QStringList{"Result: success, code 0: OK", "Exit status: 0"}));
 
         QCOMPARE(bytesOf(m_readBack), m_calibration);
         QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip());
@@ -199,65 +216,80 @@ private slots:
         }
         QVERIFY(progressLines > 0);
         QVERIFY(bytes > packageMember(QStringLiteral("MAIN207.BIN")).size());
+        QCOMPARE(objects.at(objects.size() - 2).value(QStringLiteral("overall")).toDouble(), 1.0); // the last progress: all done
         const QJsonObject last = objects.last();
         QCOMPARE(last.value(QStringLiteral("type")).toString(), QStringLiteral("result"));
         QCOMPARE(last.value(QStringLiteral("success")).toBool(), true);
         QCOMPARE(last.value(QStringLiteral("code")).toInt(-1), 0);
+        QCOMPARE(last.value(QStringLiteral("exitStatus")).toInt(-1), 0);
         QVERIFY(last.value(QStringLiteral("elapsedSeconds")).toDouble() > 0);
         QVERIFY(last.value(QStringLiteral("text")).toString().startsWith(QStringLiteral("Firmware 2.07 is now installed")));
+        QCOMPARE(last.value(QStringLiteral("packageSha256")).toString(), sha256(m_package));
+        QCOMPARE(last.value(QStringLiteral("port")).toString(), QStringLiteral("COM1"));
+        QCOMPARE(last.value(QStringLiteral("device")).toString(), instrument.device());
+        QCOMPARE(QJsonDocument(last.value(QStringLiteral("chips")).toArray()).toJson(QJsonDocument::Compact),
+                 QByteArray(R"([{"device":164,"flash":"AM29F040","manufacturer":1},{"device":218,"flash":"AM29LV800","manufacturer":1}])"));
+        // The two images and the calibration data written back.
+        const qint64 images = packageMember(QStringLiteral("MAIN207.BIN")).size() + packageMember(QStringLiteral("TEXT_DE.BIN")).size()
+                              + m_calibration.size();
+        QCOMPARE(last.value(QStringLiteral("bytesWritten")).toInteger(), images);
+        QCOMPARE(last.value(QStringLiteral("bytesVerified")).toInteger(), images);
         QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29LV800"), 0x100000), expectedLanguageChip(QStringLiteral("TEXT_DE.BIN")));
     }
 
     // Each row: the instrument (its faults, how the port reaches it) and what the update ends
-    // in. DEVICE stands for the instrument's pseudo-terminal.
+    // in, as the JSON of the run says it. DEVICE stands for the instrument's pseudo-terminal.
     void updates_data()
     {
         QTest::addColumn<QStringList>("faults"); // the instrument's fault options
         QTest::addColumn<QString>("reach");      // serial, gpib (USB controller), gpib-tcp, gpib7 (wrong address), missing
         QTest::addColumn<QStringList>("options"); // of the tool
-        QTest::addColumn<QString>("message");    // the failure's message ("" for success)
+        QTest::addColumn<QString>("message");    // in the failure's message ("" for success); never "OK"
+        QTest::addColumn<QString>("channelError"); // why the channel could not be opened ("" when it opened)
         QTest::addColumn<QString>("lastLine");   // the step's last log line before the shutdown ("" to skip)
         QTest::addColumn<int>("outcome");        // 0 updated, 1 untouched, 2 calibration saved only, 3 nothing saved
         const QStringList none;
-        QTest::newRow("serial") << none << "serial" << none << "" << "Instrument Restarted" << 0;
-        QTest::newRow("at the line rate, with the flash's own times") << QStringList{"paced"} << "serial" << none << ""
+        const QString notOpened = QStringLiteral("Communications Port failed to initialise");
+        QTest::newRow("serial") << none << "serial" << none << "" << "" << "Instrument Restarted" << 0;
+        QTest::newRow("at the line rate, with the flash's own times") << QStringList{"paced"} << "serial" << none << "" << ""
                                                                        << "Instrument Restarted" << 0;
-        QTest::newRow("transfer program only") << none << "serial" << QStringList{"--transfer-only"} << "" << "Transfer Program Read (TP207.BIN)"
-                                               << 1;
+        QTest::newRow("transfer program only") << none << "serial" << QStringList{"--transfer-only"} << "" << ""
+                                               << "Transfer Program Read (TP207.BIN)" << 1;
         QTest::newRow("one byte in 1000 damaged") << QStringList{"--corrupt-rate", "0.001", "--seed", "7"} << "serial" << none << ""
-                                                  << "" << 0;
+                                                  << "" << "" << 0;
         QTest::newRow("one byte in 1000 damaged, another seed") << QStringList{"--corrupt-rate", "0.001", "--seed", "8"} << "serial"
-                                                                << none << "" << "" << 0;
+                                                                << none << "" << "" << "" << 0;
         QTest::newRow("one byte in 1000 lost") << QStringList{"--drop-rate", "0.001", "--seed", "9"} << "serial" << none << "" << ""
-                                               << 0;
-        QTest::newRow("wrong checksum") << QStringList{"--wrong-checksum"} << "serial" << none << "" << "Checksum Error,  Target = H"
-                                        << 2;
+                                               << "" << 0;
+        QTest::newRow("wrong checksum") << QStringList{"--wrong-checksum"} << "serial" << none << "Checksum Error,  Target = H" << ""
+                                        << "Checksum Error,  Target = H" << 2;
         QTest::newRow("erase fails") << QStringList{"--fail-erase", "0x20000"} << "serial" << none
-                                     << "FLASH ERASE ERROR, failed at address = 20000" << "FlashDelete ERROR" << 2;
+                                     << "FLASH ERASE ERROR, failed at address = 20000" << "" << "FlashDelete ERROR" << 2;
         QTest::newRow("a block fails") << QStringList{"--fail-program", "0x12345"} << "serial" << none
-                                       << "PROGRAMMING ERROR, failed at address 12345" << "Prog ERROR" << 2;
+                                       << "PROGRAMMING ERROR, failed at address 12345" << "" << "Prog ERROR" << 2;
         QTest::newRow("the last block of an image fails") << QStringList{"--fail-program", "0x102FF8"} << "serial" << none
-                                                          << "program the block at H102FF8" << "" << 2;
-        QTest::newRow("voltage refused") << QStringList{"--refuse-voltage"} << "serial" << none << "PROGRAMMING POWER ON ERROR0"
+                                                          << "program the block at H102FF8" << "" << "" << 2;
+        QTest::newRow("voltage refused") << QStringList{"--refuse-voltage"} << "serial" << none << "PROGRAMMING POWER ON ERROR0" << ""
                                          << "Error setting Programming Voltage On" << 2;
         QTest::newRow("the port goes while programming")
             << QStringList{"--disconnect-after", "12000"} << "serial" << none
-            << "the serial port DEVICE went away; check the cable and the USB adapter" << "Prog ERROR" << 2;
-        QTest::newRow("a missing device") << none << "missing" << none
-                                          << "\nthe serial device DEVICE does not exist; check the port name and the TROVEX_PORTS map\n"
+            << "the serial port DEVICE went away; check the cable and the USB adapter" << "" << "Prog ERROR" << 2;
+        QTest::newRow("a missing device") << none << "missing" << none << notOpened
+                                          << "the serial device /dev/varnolt-no-such-tty does not exist; check the port name and the "
+                                             "TROVEX_PORTS map"
                                           << "" << 3;
-        QTest::newRow("GPIB, USB controller") << none << "gpib" << none << "" << "Instrument Restarted" << 0;
-        QTest::newRow("GPIB, network controller") << none << "gpib-tcp" << none << "" << "Instrument Restarted" << 0;
+        QTest::newRow("GPIB, USB controller") << none << "gpib" << none << "" << "" << "Instrument Restarted" << 0;
+        QTest::newRow("GPIB, network controller") << none << "gpib-tcp" << none << "" << "" << "Instrument Restarted" << 0;
         QTest::newRow("GPIB, no instrument at the address")
             << none << "gpib7" << none
             << "no instrument answers at GPIB address 7 behind the GPIB controller on DEVICE; check the address set on the "
                "instrument, the address in TROVEX_PORTS and the GPIB cable"
-            << "" << 3;
+            << "" << "" << 3;
         QTest::newRow("GPIB, the controller goes while programming")
             << QStringList{"--disconnect-after", "12000"} << "gpib" << none << "the GPIB controller on DEVICE went away; check its USB cable"
-            << "Prog ERROR" << 2;
+            << "" << "Prog ERROR" << 2;
         QTest::newRow("GPIB, a device that is no controller")
-            << none << "gpib-on-serial" << none
+            << none << "gpib-on-serial" << none << notOpened
             << "the GPIB controller on DEVICE does not answer (no reply to ++ver); check that it is a \"++\" GPIB controller "
                "and that it is switched on"
             << "" << 3;
@@ -268,6 +300,7 @@ private slots:
         QFETCH(QString, reach);
         QFETCH(QStringList, options);
         QFETCH(QString, message);
+        QFETCH(QString, channelError);
         QFETCH(QString, lastLine);
         QFETCH(int, outcome);
         const bool paced = faults.removeAll(QStringLiteral("paced")) > 0;
@@ -290,18 +323,27 @@ private slots:
         QProcess tool;
         tool.setProcessEnvironment(environment(portMap));
         tool.setWorkingDirectory(m_folder.path());
-        tool.start(QStringLiteral(VARNOLT_CLI), QStringList{"update", m_package} + options);
+        tool.start(QStringLiteral(VARNOLT_CLI), QStringList{"update", m_package, "--json"} + options);
         QVERIFY(tool.waitForFinished(RunLimitMs));
-        const QString text = QString::fromUtf8(tool.readAllStandardOutput());
+        const QList<QJsonObject> objects = jsonLines(tool.readAllStandardOutput());
+        QVERIFY(!objects.isEmpty());
+        QStringList lines;
+        for (const QJsonObject &object : objects)
+            lines << object.value(QStringLiteral("line")).toString();
+        const QJsonObject result = objects.last();
+        const QString report = QJsonDocument(result).toJson();
         QCOMPARE(tool.exitCode(), outcome <= 1 ? 0 : 1);
-        if (!message.isEmpty())
-            QVERIFY2(text.contains(QStringLiteral("The Firmware Upload process failed.\n\n"))
-                         && text.contains(QString(message).replace(QStringLiteral("DEVICE"), device)),
-                     qPrintable(text));
-        const QStringList lines = text.split(QLatin1Char('\n'));
+        QCOMPARE(result.value(QStringLiteral("exitStatus")).toInt(-1), tool.exitCode());
+        if (!message.isEmpty()) {
+            const QString said = result.value(QStringLiteral("message")).toString();
+            QVERIFY2(said.contains(message.replace(QStringLiteral("DEVICE"), device)), qPrintable(report));
+            QVERIFY2(result.value(QStringLiteral("text")).toString().startsWith("The Firmware Upload process failed.\r\n\r\n" + said),
+                     qPrintable(report));
+        }
+        QCOMPARE(result.value(QStringLiteral("channelError")).toString(), channelError.replace(QStringLiteral("DEVICE"), device));
         const qsizetype closing = lines.indexOf(QStringLiteral("Close Communication Channel"));
         if (!lastLine.isEmpty())
-            QVERIFY2(closing > 0 && lines.at(closing - 1).startsWith(lastLine), qPrintable(text));
+            QVERIFY2(closing > 0 && lines.at(closing - 1).startsWith(lastLine), qPrintable(lines.join(QLatin1Char('\n'))));
 
         QCOMPARE(bytesOf(m_readBack), outcome == 3 || outcome == 1 ? QByteArray() : m_calibration);
         if (outcome == 0) {
@@ -347,6 +389,8 @@ private slots:
         QTest::newRow("unknown language") << QStringList{"update", "@PKG", "--language", "KLINGON"}
                                           << "varnolt-cli: the package offers no language KLINGON; it offers ENGLISH, GERMAN";
         QTest::newRow("no such package") << QStringList{"update", "missing.KDPKG"} << "varnolt-cli: no package missing.KDPKG";
+        QTest::newRow("a port but no package") << QStringList{"update", "-p", "COM1"}
+                                               << "varnolt-cli: update needs the package (the .KDPKG file) to install\n\nusage:";
         QTest::newRow("not an archive") << QStringList{"update", "@NOTZIP"}
                                         << "varnolt-cli: the package cannot be loaded: ";
         QTest::newRow("info of no archive") << QStringList{"info", "@NOTZIP"} << "is not a firmware package (no zip archive)";
@@ -399,13 +443,14 @@ private slots:
     // Ctrl-C at every stage of a run: the tool ends at once with 130, the run's log says which
     // step was cut short, the channel is closed (once it was open), and the calibration data is
     // only ever there complete. Each stage is held by an instrument (or a GPIB controller) that
-    // stops answering, so the cancel, not a timeout, ends it.
+    // stops answering, so the cancel, not a timeout, ends it. From the erase on the first
+    // Ctrl-C only warns, and the second stops the run.
     void ctrlCAtEveryStage_data()
     {
         QTest::addColumn<QString>("stallAt");     // the instrument's --stall-at; "" for a silent GPIB controller
         QTest::addColumn<QStringList>("stageBegins"); // the log lines, in order, after which the stage's request is on its way
         QTest::addColumn<QString>("failureLine"); // the line of the step that was cut short ("" for none)
-        QTest::addColumn<bool>("calibrationSaved");
+        QTest::addColumn<bool>("afterErase");     // the calibration data is saved, Ctrl-C warns first
         QTest::newRow("channel open") << "" << QStringList{"UPLOAD FIRMWARE STARTED"} << "" << false;
         QTest::newRow("transfer program") << "load" << QStringList{"Transfer Program Read (TP207.BIN)"}
                                           << "Transfer Program Failed, Error Code = " << false;
@@ -421,7 +466,7 @@ private slots:
         QFETCH(QString, stallAt);
         QFETCH(QStringList, stageBegins);
         QFETCH(QString, failureLine);
-        QFETCH(bool, calibrationSaved);
+        QFETCH(bool, afterErase);
         QTcpServer silentController; // accepts, and never answers "++ver"
         QVERIFY(silentController.listen(QHostAddress::LocalHost));
         std::unique_ptr<InstrumentProcess> instrument;
@@ -448,6 +493,15 @@ private slots:
             seen += tool.readAllStandardOutput();
         QVERIFY2(stageBegun(), seen.constData());
         ::kill(static_cast<pid_t>(tool.processId()), SIGINT);
+        if (afterErase) {
+            const QByteArray warning = "{\"message\":\"the erase has begun: stopping now may leave the instrument without working "
+                                       "firmware until the update is run again. Press Ctrl-C again to stop anyway.\",";
+            while (!seen.contains(warning) && tool.waitForReadyRead(RunLimitMs))
+                seen += tool.readAllStandardOutput();
+            QVERIFY2(seen.contains(warning), seen.constData());
+            QCOMPARE(tool.state(), QProcess::Running); // the run goes on
+            ::kill(static_cast<pid_t>(tool.processId()), SIGINT);
+        }
         QVERIFY2(tool.waitForFinished(CancelLimitMs), "the run went on after Ctrl-C");
         seen += tool.readAllStandardOutput();
         QCOMPARE(tool.exitStatus(), QProcess::NormalExit);
@@ -469,7 +523,8 @@ private slots:
         }
         QVERIFY(lines.last().startsWith(QStringLiteral("Firmware Upload Process completed in ")));
         // The file was created empty when the run checked it; it is filled only once read whole.
-        QCOMPARE(bytesOf(m_readBack), calibrationSaved ? m_calibration : QByteArray());
+        QCOMPARE(bytesOf(m_readBack), afterErase ? m_calibration : QByteArray());
+        QCOMPARE(seen.contains("\"type\":\"warning\""), afterErase);
     }
 
     void infoShowsThePackageAndItsConfiguration()
@@ -489,6 +544,18 @@ private slots:
               QStringLiteral("  Programs (GERMAN):\n    MAIN207.BIN  H10000..H27FFF (98304 bytes)\n"),
               QStringLiteral("    TEXT_DE.BIN  H100000..H1033FF (13312 bytes)\n")})
             QVERIFY2(text.contains(expected), qPrintable(expected + QStringLiteral(" not in:\n") + text));
+
+        const CliRun json = run({"info", m_package, "--json"});
+        QCOMPARE(json.exitCode, 0);
+        const QList<QJsonObject> objects = jsonLines(json.out);
+        QCOMPARE(objects.size(), 1);
+        const QJsonObject configuration = objects.at(0).value(QStringLiteral("configuration")).toObject();
+        QCOMPARE(objects.at(0).value(QStringLiteral("name")).toString(), QStringLiteral("Model 7 Signal Analyser - Firmware 2.07"));
+        QCOMPARE(configuration.value(QStringLiteral("ports")).toVariant().toStringList(), (QStringList{"COM1", "COM2", "GPIB0"}));
+        QCOMPARE(QJsonDocument(configuration.value(QStringLiteral("programs")).toArray().at(1).toObject()).toJson(QJsonDocument::Compact),
+                 QByteArray(R"({"language":"GERMAN","programs":[{"file":"MAIN207.BIN","inPackage":true,"length":98304,"start":65536},)"
+                            R"({"file":"CAL-M7.BIN","inPackage":false,"length":1024,"start":0,"writesBack":true},)"
+                            R"({"file":"TEXT_DE.BIN","inPackage":true,"length":13312,"start":1048576}]})"));
     }
 
     void portsListsTheMapAndWhatOpens()
@@ -504,6 +571,7 @@ private slots:
                  qPrintable(text));
         QVERIFY(text.contains(QRegularExpression(QStringLiteral("COM2 +/dev/varnolt-no-such-tty +missing\n"))));
         QVERIFY(text.contains(QRegularExpression(QStringLiteral("COM3 +/dev/ttyS2 "))));
+        QVERIFY(text.contains(QStringLiteral("\nUSB serial adapters:\n"))); // which ones depends on the machine
     }
 
     void versionAndHelp()

@@ -6,10 +6,12 @@
 #include "link/GpibControllerTransport.h"
 #include "link/Link.h"
 #include "link/LinuxGpibTransport.h"
+#include "link/PortDescription.h"
 #include "link/SerialTransport.h"
 #include "tests/link/ScriptedTransport.h"
 
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QtTest>
@@ -269,6 +271,50 @@ private slots:
         const QString parsed = t ? QStringLiteral("%1 %2 %3 %4 %5").arg(int(t->controller)).arg(t->device).arg(t->tcpPort).arg(t->board).arg(t->address)
                                  : QStringLiteral("- ") + error;
         QVERIFY2(target.startsWith(QLatin1Char('-')) ? parsed.contains(target.mid(2)) : parsed == target, qPrintable(parsed));
+    }
+
+    // What a port name opens, as the Settings step and the headless tool's ports say it: an
+    // adapter known by its by-id link (which lists no other device's links), the adapters
+    // offered when the device is not there, a GPIB controller on an adapter, no map entry.
+    // DIR stands for a folder with a stand-in device file and its by-id folder.
+    void portDescriptions_data()
+    {
+        QTest::addColumn<QString>("map");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("description");
+        const QString adapter = QStringLiteral("FTDI FT232R USB UART, serial A9XYZ");
+        QTest::newRow("an adapter by its by-id name") << "COM1=DIR/by-id/usb-FTDI-if00" << "COM1"
+                                                      << "COM1 opens DIR/by-id/usb-FTDI-if00 (DIR/ttyUSB0): " + adapter + ".";
+        QTest::newRow("a device that is not there") << "COM2=DIR/ttyS1" << "com2"
+                                                    << "COM2 opens DIR/ttyS1, which is not there. USB serial adapters here: "
+                                                       "DIR/ttyUSB0 (" + adapter + "). TROVEX_PORTS maps the port to one, e.g. "
+                                                       "COM2=DIR/ttyUSB0.";
+        QTest::newRow("a GPIB controller on an adapter") << "GPIB0=DIR/ttyUSB0,6" << "GPIB0"
+                                                         << "GPIB0 reaches the instrument at GPIB address 6 through the GPIB "
+                                                            "controller on DIR/ttyUSB0: " + adapter + ".";
+        QTest::newRow("a GPIB port not in the map") << "" << "GPIB0"
+                                                    << "GPIB0 is not in the port map: TROVEX_PORTS names its GPIB controller and "
+                                                       "the instrument's address, e.g. GPIB0=/dev/ttyUSB0,6.";
+    }
+    void portDescriptions()
+    {
+        QFETCH(QString, map);
+        QFETCH(QString, name);
+        QFETCH(QString, description);
+        QTemporaryDir dir;
+        QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("by-id")));
+        for (const char *device : {"ttyUSB0", "ttyUSB1"}) {
+            QFile file(dir.filePath(QLatin1String(device)));
+            QVERIFY(file.open(QIODevice::WriteOnly));
+        }
+        QVERIFY(QFile::link(dir.filePath(QStringLiteral("ttyUSB0")), dir.filePath(QStringLiteral("by-id/usb-FTDI-if00"))));
+        QVERIFY(QFile::link(dir.filePath(QStringLiteral("ttyUSB1")), dir.filePath(QStringLiteral("by-id/usb-other-if00"))));
+        SerialAdapter adapter{dir.filePath(QStringLiteral("ttyUSB0")), {}, QStringLiteral("FTDI"), QStringLiteral("FT232R USB UART"),
+                              QStringLiteral("A9XYZ")};
+        adapter.byIdNames = SerialAdapter::linksTo(adapter.device, dir.filePath(QStringLiteral("by-id")));
+        QCOMPARE(adapter.byIdNames, QStringList{dir.filePath(QStringLiteral("by-id/usb-FTDI-if00"))});
+        const PortMap ports(map.replace(QStringLiteral("DIR"), dir.path()));
+        QCOMPARE(PortDescription::of(name, ports, {adapter}), description.replace(QStringLiteral("DIR"), dir.path()));
     }
 
     // Every byte value, the controller's own special ones and "++" at the start of the data

@@ -19,15 +19,22 @@ class ScriptedWizardPrompt : public WizardPrompt {
 public:
     QList<bool> answers; // yes/no and OK/Cancel answers in order; true when the script has run out
     QStringList shown;   // "title|text" of every box
+    std::function<void()> whileShown; // runs while each box is up
 
     bool askYesNo(const QString &title, const QString &text) override { return answer(title, text); }
-    void showMessage(const QString &title, const QString &text) override { shown << title + QLatin1Char('|') + text; }
+    void showMessage(const QString &title, const QString &text) override { record(title, text); }
     bool askOkCancel(const QString &title, const QString &text) override { return answer(title, text); }
 
 private:
-    bool answer(const QString &title, const QString &text)
+    void record(const QString &title, const QString &text)
     {
         shown << title + QLatin1Char('|') + text;
+        if (whileShown)
+            whileShown();
+    }
+    bool answer(const QString &title, const QString &text)
+    {
+        record(title, text);
         return answers.isEmpty() ? true : answers.takeFirst();
     }
 };
@@ -35,7 +42,12 @@ private:
 class RecordingHelpViewer : public HelpViewer {
 public:
     QStringList requests;
-    void open(const QString &path, const QString &anchor) override { requests << "open " + path + "#" + anchor; }
+    bool opens = true; // whether a viewer could show the help
+    bool open(const QString &path, const QString &anchor) override
+    {
+        requests << "open " + path + "#" + anchor;
+        return opens;
+    }
     void close(const QString &path) override { requests << "close " + path; }
 };
 
@@ -53,6 +65,7 @@ struct WizardFixture {
     RecordingHelpViewer help;
     QStringList chosenFiles; // what the file dialog answers, in order; "" is Cancel
     int programEnds = 0;
+    int endStatus = -1; // the status the program ended with
     std::function<void(ScriptedAppLayer &)> prepareLayer;
     int layersCreated = 0;
     std::unique_ptr<frmWizard> wizard;
@@ -80,7 +93,7 @@ struct WizardFixture {
         package.write();
     }
 
-    frmWizard &open(const QString &commandLine = QString())
+    frmWizard &open(const QStringList &arguments = {})
     {
         WizardServices services;
         services.appLayerFactory = [this](const EngineWait &wait) {
@@ -95,10 +108,13 @@ struct WizardFixture {
         services.chooseFile = [this](const QString &, const QString &) {
             return chosenFiles.isEmpty() ? QString() : chosenFiles.takeFirst();
         };
-        services.endProgram = [this] { ++programEnds; };
+        services.endProgram = [this](int status) {
+            ++programEnds;
+            endStatus = status;
+        };
         services.helpPath = folder.filePath(QStringLiteral("Varnolt.html"));
         wizard = std::make_unique<frmWizard>(std::move(services));
-        wizard->load(commandLine);
+        wizard->load(arguments);
         return *wizard;
     }
 

@@ -3,10 +3,15 @@
 #include "tests/wizard/WizardFixture.h"
 
 #include "engine/QX_UploadProcess.h"
+#include "wizard/MessageBoxPrompt.h"
 #include "wizard/PackageList.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QLabel>
+#include <QMessageBox>
+#include <QScreen>
+#include <QTimer>
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -74,6 +79,7 @@ private slots:
 
     void theNavigationTable()
     {
+        qputenv("TROVEX_PORTS", "COM1=/dev/varnolt-no-such-tty");
         WizardFixture f;
         f.addPackage(QStringLiteral("a.KDPKG"), QString(), WithReadme);
         frmWizard &w = f.open();
@@ -90,10 +96,12 @@ private slots:
         QCOMPARE(w.cmbPorts().currentText(), QStringLiteral("COM1"));
         QCOMPARE(w.cmbFirmwareLanguages().currentText(), QStringLiteral("ENGLISH"));
         QVERIFY(w.summaryText().startsWith(QStringLiteral("Please connect your instrument using a Serial Cable (null modem) to COM1")));
+        QVERIFY(w.lblPortDevice().text().startsWith(QStringLiteral("COM1 opens /dev/varnolt-no-such-tty, which is not there.")));
 
         w.cmbPorts().setCurrentText(QStringLiteral("GPIB0")); // the user's choice reaches the engine
         QCOMPARE(w.engine()->ComPort, QStringLiteral("GPIB0"));
         QVERIFY(w.summaryText().startsWith(QStringLiteral("Please connect your instrument using a GPIB Cable")));
+        QVERIFY(w.lblPortDevice().text().startsWith(QStringLiteral("GPIB0 is not in the port map")));
         w.cmbFirmwareLanguages().setCurrentText(QStringLiteral("GERMAN"));
         QCOMPARE(w.engine()->Programs.back().Filename(), QStringLiteral("TEXT_DE.BIN"));
         w.cmbPorts().setCurrentText(QStringLiteral("COM1"));
@@ -129,6 +137,7 @@ private slots:
         f.click(frmWizard::NextButton); // a new run
         QCOMPARE(f.layersCreated, 2);
         QCOMPARE(w.mnCurStep, int16_t(4));
+        qunsetenv("TROVEX_PORTS");
     }
 
     void theReadMeIsSkippedBothWays()
@@ -168,19 +177,62 @@ private slots:
         QVERIFY(enabled(w, frmWizard::Exit));
     }
 
+    // F1 opens the help, or says where it is when nothing here can show it; Esc cancels, but
+    // not when it only closes an open drop-down list.
     void keys()
     {
         WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"));
         frmWizard &w = f.open();
         w.activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(&w));
+        const QString helpFile = f.folder.filePath("Varnolt.html");
         QTest::keyClick(&w, Qt::Key_F1);
-        QCOMPARE(f.help.requests, QStringList{"open " + f.folder.filePath("Varnolt.html") + "#contents"});
-        QTest::keyClick(&w, Qt::Key_Escape);
+        QCOMPARE(f.help.requests, QStringList{"open " + helpFile + "#contents"});
+        QVERIFY(f.prompt.shown.isEmpty());
+        f.help.opens = false;
+        QTest::keyClick(&w, Qt::Key_F1);
+        QCOMPARE(f.prompt.shown, QStringList{"Varnolt|The help cannot be shown: no program here opens it. The help is the file\r\n"
+                                             + helpFile + "\r\nwhich any web browser shows."});
+
+        f.click(frmWizard::NextButton);
+        w.cmbPorts().setFocus();
+        w.cmbPorts().showPopup();
+        QVERIFY(QApplication::activePopupWidget());
+        QTest::keyClick(QApplication::activePopupWidget()->windowHandle(), Qt::Key_Escape);
+        QVERIFY(!QApplication::activePopupWidget());
+        QCOMPARE(w.mnCurStep, int16_t(2));
+        QTest::keyClick(w.windowHandle(), Qt::Key_Escape); // to the list, closed now
         QCOMPARE(w.mnCurStep, int16_t(4));
         w.close();
         QCOMPARE(f.help.requests.last(), "close " + f.folder.filePath("Varnolt.html"));
         QVERIFY(w.engine() == nullptr); // released with the window
+    }
+
+    // The real message boxes: centred on the window, which is placed before the start-up's
+    // boxes can come (not left at the screen's corner), and a package's text in them (a name,
+    // a note) is never read as markup.
+    void messageBoxes()
+    {
+        WizardFixture f;
+        frmWizard &w = f.open();
+        const QPoint offScreenCentre = w.frameGeometry().center() - w.screen()->availableGeometry().center();
+        constexpr int Frame = 8; // the window frame's width, which the window manager adds
+        QVERIFY(offScreenCentre.manhattanLength() <= Frame);
+        MessageBoxPrompt prompt(&w);
+        const QString text = QStringLiteral("<b>Model 7</b> & <i>notes</i>");
+        QString shownText;
+        QPoint offCentre;
+        QTimer::singleShot(0, &w, [&] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            QVERIFY(box);
+            shownText = box->textFormat() == Qt::PlainText ? box->text() : QString();
+            offCentre = box->frameGeometry().center() - w.frameGeometry().center();
+            box->accept();
+        });
+        prompt.showMessage(QStringLiteral("Varnolt"), text);
+        QCOMPARE(shownText, text);
+        QVERIFY(offCentre.manhattanLength() <= Frame);
     }
 
     void helpNeverOpenedIsNeverClosed()

@@ -1,5 +1,7 @@
 // varnolt-screenshots OUTDIR: renders every step of the wizard to PNG, with the demo
-// package and a scripted instrument, for the README.
+// package and a scripted instrument, for the README: a whole update, then one whose erase
+// fails and one cancelled while it programs.
+#include "engine/AnswerCodes.h"
 #include "tests/support/ScriptedAppLayer.h"
 #include "tools/demo-package/DemoPackage.h"
 #include "tools/package-builder/PackageBuilder.h"
@@ -14,6 +16,7 @@
 #include <QTemporaryDir>
 #include <QTimer>
 #include <cstdio>
+#include <functional>
 
 namespace {
 class QuietPrompt : public WizardPrompt {
@@ -24,12 +27,14 @@ public:
 };
 class NoHelp : public HelpViewer {
 public:
-    void open(const QString &, const QString &) override {}
+    bool open(const QString &, const QString &) override { return true; }
     void close(const QString &) override {}
 };
-// The request of the run that is held back while the Upload step is photographed: a
+// The request of the first run that is held back while the Upload step is photographed: a
 // program block halfway through the main image.
 constexpr int PhotographedRequest = 180;
+// Where the instrument refuses the erase in the second run.
+constexpr int32_t RefusedEraseAddress = 0x20000;
 } // namespace
 
 int main(int argc, char **argv)
@@ -56,37 +61,66 @@ int main(int argc, char **argv)
     QuietPrompt prompt;
     NoHelp help;
     frmWizard *shown = nullptr;
+    const auto shoot = [&](const char *name) { shown->grab().save(out.filePath(QLatin1String(name))); };
+    // How each run's instrument behaves: it gets the run's layer before the first request.
+    std::function<void(ScriptedAppLayer &)> instrument = [&](ScriptedAppLayer &layer) {
+        for (int i = 0; i < PhotographedRequest; ++i)
+            layer.queueReply(ScriptedAppLayer::Reply{});
+        layer.queueReply(ScriptedAppLayer::silence());
+        QObject::connect(&layer, &ScriptedAppLayer::requestWithheld, &layer, [&layer, &shoot] {
+            QTimer::singleShot(0, &layer, [&layer, &shoot] {
+                shoot("3-upload.png");
+                ScriptedAppLayer::Reply block;
+                block.status = AnswerStatus::Ok;
+                layer.applyNow(block);
+                emit layer.Trovex_Response(ResponseId::Program);
+            });
+        });
+    };
     WizardServices services;
     services.prompt = &prompt;
     services.help = &help;
     services.appLayerFactory = [&](const EngineWait &wait) {
         auto layer = std::make_unique<ScriptedAppLayer>(wait);
-        ScriptedAppLayer *raw = layer.get();
-        for (int i = 0; i < PhotographedRequest; ++i)
-            layer->queueReply(ScriptedAppLayer::Reply{});
-        layer->queueReply(ScriptedAppLayer::silence());
-        QObject::connect(raw, &ScriptedAppLayer::requestWithheld, raw, [raw, &out, &shown] {
-            QTimer::singleShot(0, raw, [raw, &out, &shown] {
-                shown->grab().save(out.filePath(QStringLiteral("3-upload.png")));
-                ScriptedAppLayer::Reply block;
-                block.status = 66;
-                raw->applyNow(block);
-                emit raw->Trovex_Response(165);
-            });
-        });
+        instrument(*layer);
         return layer;
     };
     frmWizard wizard(std::move(services));
     shown = &wizard;
-    wizard.load(QStringLiteral("/ADV_DISPLAY"));
-    const auto shoot = [&](const char *name) { wizard.grab().save(out.filePath(QLatin1String(name))); };
+    wizard.load({QStringLiteral("/ADV_DISPLAY")});
+    const auto click = [&](frmWizard::Nav button) { wizard.navButton(button).click(); };
     shoot("0-select-firmware.png");
-    wizard.navButton(frmWizard::NextButton).click();
+    click(frmWizard::NextButton);
     shoot("1-introduction.png");
-    wizard.navButton(frmWizard::NextButton).click();
+    click(frmWizard::NextButton);
     shoot("2-settings.png");
-    wizard.navButton(frmWizard::NextButton).click();
+    click(frmWizard::NextButton);
     shoot("4-finished.png");
+
+    instrument = [](ScriptedAppLayer &layer) {
+        layer.holdAt(QStringLiteral("FlashDelete"));
+        QObject::connect(&layer, &ScriptedAppLayer::requestWithheld, &layer, [&layer] {
+            ScriptedAppLayer::Reply refused;
+            refused.status = AnswerStatus::EraseFailed;
+            refused.resultAddress = RefusedEraseAddress;
+            layer.applyNow(refused);
+            QTimer::singleShot(0, &layer, [&layer] { emit layer.Trovex_Response(ResponseId::Erase); });
+        });
+    };
+    click(frmWizard::BackButton);
+    click(frmWizard::BackButton);
+    click(frmWizard::NextButton);
+    shoot("5-failed.png");
+
+    instrument = [&](ScriptedAppLayer &layer) {
+        layer.holdAt(QStringLiteral("ProgramBlock"));
+        QObject::connect(&layer, &ScriptedAppLayer::requestWithheld, &layer,
+                         [&] { QTimer::singleShot(0, &wizard, [&] { click(frmWizard::CancelButton); }); });
+    };
+    click(frmWizard::BackButton);
+    click(frmWizard::BackButton);
+    click(frmWizard::NextButton);
+    shoot("6-cancelled.png");
     std::printf("screenshots written to %s\n", qPrintable(out.path()));
     return 0;
 }
