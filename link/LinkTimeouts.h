@@ -10,7 +10,7 @@ using namespace std::chrono_literals;
 // of a few milliseconds, small next to a human's patience.
 inline constexpr auto ReplyMargin = 250ms;
 // The longest the link waits for the oldest request's answer, whatever its estimate of the
-// line says: the largest request and answer (4000-byte blocks, both stuffed at worst, 2 x 8212
+// line says: the largest request and answer (4000-byte blocks, both stuffed at worst, 2 x 8210
 // bytes) take 38 s at 4800 baud. Only a wrong estimate reaches it; a resend then comes late,
 // not never.
 inline constexpr auto LongestReplyWait = 40s;

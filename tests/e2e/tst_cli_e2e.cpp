@@ -236,7 +236,7 @@ private slots:
                                        << "PROGRAMMING ERROR, failed at address 12345" << "Prog ERROR" << 2;
         QTest::newRow("the last block of an image fails") << QStringList{"--fail-program", "0x102FF8"} << "serial" << none
                                                           << "program the block at H102FF8" << "" << 2;
-        QTest::newRow("voltage refused") << QStringList{"--refuse-voltage"} << "serial" << none << "PROGRAMMING POWER ON ERROR0"
+        QTest::newRow("voltage refused") << QStringList{"--refuse-voltage"} << "serial" << none << "PROGRAMMING POWER ON ERROR45"
                                          << "Error setting Programming Voltage On" << 2;
         QTest::newRow("the port goes while programming")
             << QStringList{"--disconnect-after", "12000"} << "serial" << none

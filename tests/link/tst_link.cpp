@@ -1,5 +1,6 @@
 // Frames and their decoder; the link, its request pipeline and the transfer program's loader,
-// over a scripted transport.
+// over a scripted transport; the protocol document's example exchange, byte for byte.
+#include "instrument/SimulatedInstrument.h"
 #include "link/LinkTimeouts.h"
 #include "link/RequestPipeline.h"
 #include "link/TransferProgramLoader.h"
@@ -435,6 +436,37 @@ private slots:
         c.answer(6, Protocol::Writer().u16(Protocol::Status::VoltageIsOff).done());
         c.submit(read(780, 60));
         QCOMPARE(c.sentPayload(7), read(780, 60).payload); // asked again, not served from before
+    }
+
+    // The example exchange of docs/protocol.md, replayed into the simulated instrument: it
+    // answers each request with exactly the bytes shown, and the host's frames are exactly what
+    // the host's encoder makes (CRC, stuffing, field order).
+    void theDocumentedExampleIsExact()
+    {
+        QFile document(QStringLiteral(VARNOLT_PROTOCOL_DOC));
+        QVERIFY(document.open(QIODevice::ReadOnly));
+        InstrumentOptions options;
+        options.flash = {{QStringLiteral("AM29F040"), 0}};
+        options.timeScale = 0;
+        SimulatedInstrument instrument(options);
+        QByteArray said;
+        connect(&instrument, &SimulatedInstrument::send, this, [&](const QByteArray &bytes) { said += bytes; });
+        QList<QPair<QByteArray, QByteArray>> exchanges; // a request and the answer to it
+        for (const QByteArray &line : document.readAll().split('\n')) {
+            if (line.startsWith("host "))
+                exchanges.append({QByteArray::fromHex(line.mid(5)), {}});
+            else if (line.startsWith("inst ") && !exchanges.isEmpty())
+                exchanges.last().second += QByteArray::fromHex(line.mid(5));
+        }
+        QCOMPARE(exchanges.size(), 23);
+        for (const auto &[request, answer] : std::as_const(exchanges)) {
+            said.clear();
+            instrument.receive(request);
+            QCOMPARE(said.toHex(' '), answer.toHex(' '));
+            const QList<Frame> frames = FrameDecoder().feed(request);
+            if (!frames.isEmpty()) // the damaged one excepted
+                QCOMPARE(frames.first().encode().toHex(' '), request.toHex(' '));
+        }
     }
 };
 
