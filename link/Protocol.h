@@ -61,6 +61,9 @@ inline constexpr char TransferMagic[] = "KDTP";
 inline constexpr int LoadBlockBytes = 256;
 // The most a Program or Read request carries or asks for.
 inline constexpr int LargestBlock = 4000;
+// Payload bytes of the longest answer that carries no data (Hello's), with room to spare, for
+// the wait for an answer.
+inline constexpr int ShortAnswerBytes = 16;
 // A busy instrument says so at least this often (ms), so slow is told from dead.
 inline constexpr int BusyIntervalMs = 100;
 

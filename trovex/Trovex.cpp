@@ -190,8 +190,14 @@ void Trovex::ProgramBlock(int32_t address, int16_t count, uint8_t architecture, 
 {
     const QByteArray block(reinterpret_cast<const char *>(data), std::max<int16_t>(count, 0));
     submit({Kind::Program, Protocol::Program,
-            Protocol::Writer().u32(uint32_t(address)).u8(architecture).u8(flashIndex).bytes(block).done(), 16, architecture,
-            address, count});
+            Protocol::Writer().u32(uint32_t(address)).u8(architecture).u8(flashIndex).bytes(block).done(),
+            Protocol::ShortAnswerBytes, architecture, address, count});
+}
+
+void Trovex::AnnounceRange(int32_t address, int32_t length)
+{
+    if (m_pipeline)
+        m_pipeline->expectRange(address, length);
 }
 
 void Trovex::ReadMemory(uint8_t architecture, int32_t address, int32_t count)

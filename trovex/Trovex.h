@@ -6,8 +6,8 @@
 // for the line through the engine's wait only, so a Cancel ends them at once: OpenChannel
 // then leaves TrovexError::Cancelled, UploadTransferProgram returns TransferResult::Cancelled,
 // and the channel closes as after any failure. Every other request goes to the transfer
-// program through the request pipeline, which keeps the line busy, and is answered by one
-// event.
+// program through the request pipeline, which keeps the line busy within the ranges the
+// engine announces, and is answered by one event.
 #include "engine/ApplicationLayer.h"
 #include "link/Link.h"
 #include "link/PortMap.h"
@@ -35,6 +35,7 @@ public:
     void Restart() override;
     void ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex,
                       const uint8_t *data) override;
+    void AnnounceRange(int32_t address, int32_t length) override;
     void GetManufacturerCode(int32_t &code) override { code = m_manufacturer; }
     void ReadMemory(uint8_t architecture, int32_t address, int32_t count) override;
     void RequestChecksum(uint8_t architecture, int32_t address, int32_t length) override;

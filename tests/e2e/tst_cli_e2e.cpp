@@ -117,20 +117,26 @@ private:
         return result;
     }
 
-    QByteArray expectedMainChip() const
+    // The chips after an update, when nothing was written from the address writtenUpTo on.
+    QByteArray expectedMainChip(int64_t writtenUpTo = INT64_MAX) const
     {
         QByteArray chip(512 * 1024, '\xFF');
         chip.replace(0, m_calibration.size(), m_calibration);
-        const QByteArray main = packageMember(QStringLiteral("MAIN207.BIN"));
+        const QByteArray main = imageUpTo(QStringLiteral("MAIN207.BIN"), 0x10000, writtenUpTo);
         chip.replace(0x10000, main.size(), main);
         return chip;
     }
-    QByteArray expectedLanguageChip(const QString &image) const
+    QByteArray expectedLanguageChip(const QString &image, int64_t writtenUpTo = INT64_MAX) const
     {
         QByteArray chip(1024 * 1024, '\xFF');
-        const QByteArray text = packageMember(image);
+        const QByteArray text = imageUpTo(image, 0x100000, writtenUpTo);
         chip.replace(0, text.size(), text);
         return chip;
+    }
+    QByteArray imageUpTo(const QString &image, int64_t address, int64_t writtenUpTo) const
+    {
+        const QByteArray bytes = packageMember(image);
+        return bytes.left(qsizetype(std::clamp<int64_t>(writtenUpTo - address, 0, bytes.size())));
     }
 
 private slots:
@@ -215,7 +221,9 @@ private slots:
         QTest::addColumn<QStringList>("options"); // of the tool
         QTest::addColumn<QString>("message");    // the failure's message ("" for success)
         QTest::addColumn<QString>("lastLine");   // the step's last log line before the shutdown ("" to skip)
-        QTest::addColumn<int>("outcome");        // 0 updated, 1 untouched, 2 calibration saved only, 3 nothing saved
+        // 0 updated, 1 untouched, 2 calibration saved only, 3 nothing saved, 4 programmed up to the
+        // block refused at --fail-program's address, nothing from that block on
+        QTest::addColumn<int>("outcome");
         const QStringList none;
         QTest::newRow("serial") << none << "serial" << none << "" << "Instrument Restarted" << 0;
         QTest::newRow("at the line rate, with the flash's own times") << QStringList{"paced"} << "serial" << none << ""
@@ -232,10 +240,11 @@ private slots:
                                         << 2;
         QTest::newRow("erase fails") << QStringList{"--fail-erase", "0x20000"} << "serial" << none
                                      << "FLASH ERASE ERROR, failed at address = 20000" << "FlashDelete ERROR" << 2;
-        QTest::newRow("a block fails") << QStringList{"--fail-program", "0x12345"} << "serial" << none
-                                       << "PROGRAMMING ERROR, failed at address 12345" << "Prog ERROR" << 2;
+        // At the line rate, so that blocks are on their way behind the refused one.
+        QTest::newRow("a block fails") << QStringList{"paced", "--time-scale", "0", "--fail-program", "0x12345"} << "serial" << none
+                                       << "PROGRAMMING ERROR, failed at address 12345" << "Prog ERROR" << 4;
         QTest::newRow("the last block of an image fails") << QStringList{"--fail-program", "0x102FF8"} << "serial" << none
-                                                          << "program the block at H102FF8" << "" << 2;
+                                                          << "PROGRAMMING ERROR, failed at address 102FF8" << "Prog ERROR" << 4;
         QTest::newRow("voltage refused") << QStringList{"--refuse-voltage"} << "serial" << none << "PROGRAMMING POWER ON ERROR45"
                                          << "Error setting Programming Voltage On" << 2;
         QTest::newRow("the port goes while programming")
@@ -303,6 +312,14 @@ private slots:
             QVERIFY2(closing > 0 && lines.at(closing - 1).startsWith(lastLine), qPrintable(text));
 
         QCOMPARE(bytesOf(m_readBack), outcome == 3 || outcome == 1 ? QByteArray() : m_calibration);
+        if (outcome == 4) {
+            const int64_t refusedAt = faults.at(faults.indexOf(QStringLiteral("--fail-program")) + 1).toLongLong(nullptr, 0);
+            const int64_t image = refusedAt < 0x100000 ? 0x10000 : 0x100000;
+            const int64_t block = image + (refusedAt - image) / 240 * 240;
+            QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip(block));
+            QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29LV800"), 0x100000),
+                     expectedLanguageChip(QStringLiteral("TEXT_EN.BIN"), block));
+        }
         if (outcome == 0) {
             QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip());
             QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29LV800"), 0x100000),
