@@ -177,6 +177,8 @@ void Trovex::ProgrammingVoltageOff()
 
 void Trovex::FlashDelete(uint8_t architecture, uint8_t flashIndex, int32_t address, int32_t length)
 {
+    m_requestAddress = address;
+    m_requestCount = length;
     submit({Kind::Erase, Protocol::Erase,
             Protocol::Writer().u8(architecture).u8(flashIndex).u32(uint32_t(address)).u32(uint32_t(length)).done()});
 }
@@ -202,6 +204,8 @@ void Trovex::AnnounceRange(int32_t address, int32_t length)
 
 void Trovex::ReadMemory(uint8_t architecture, int32_t address, int32_t count)
 {
+    m_requestAddress = address;
+    m_requestCount = count;
     submit({Kind::Read, Protocol::Read, Protocol::Writer().u8(architecture).u32(uint32_t(address)).u32(uint32_t(count)).done(),
             std::max(count, 0) + 2, architecture, address, count});
 }
@@ -234,7 +238,26 @@ void Trovex::onAnswered(Kind kind, const QByteArray &payload)
     setError(TrovexError::None, QString());
     Protocol::Reader reply(payload);
     m_status = static_cast<int16_t>(reply.u16());
-    int32_t id = ResponseId::General;
+    const int32_t id = takeValues(kind, reply);
+    int16_t code = TrovexError::InstrumentRefused;
+    QString failure = undocumentedStatus(kind);
+    if (failure.isEmpty() && !reply.complete()) {
+        code = TrovexError::BadReply;
+        failure = uint16_t(m_status) == Protocol::Status::Unknown
+                      ? QStringLiteral("the instrument does not know the request (status 65535); check that the package is "
+                                       "meant for this instrument")
+                      : QStringLiteral("the instrument's answer (status %1) was too short for its request").arg(uint16_t(m_status));
+    }
+    if (!failure.isEmpty()) {
+        setError(code, failure);
+        emit Trovex_Error(code);
+        return;
+    }
+    emit Trovex_Response(id);
+}
+
+int32_t Trovex::takeValues(Kind kind, Protocol::Reader &reply)
+{
     switch (kind) {
     case Kind::Identify:
         m_manufacturer = static_cast<int32_t>(reply.u32());
@@ -244,39 +267,45 @@ void Trovex::onAnswered(Kind kind, const QByteArray &payload)
                      QStringLiteral("no flash chip of the configured kind answers at that address (status %1); "
                                     "check the package against the instrument")
                          .arg(m_status));
-        id = ResponseId::ManufacturerCode;
-        break;
-    case Kind::VoltageOn: id = ResponseId::VoltageOn; break;
-    case Kind::VoltageOff: id = ResponseId::VoltageOff; break;
-    case Kind::Restart: id = ResponseId::General; break;
+        return ResponseId::ManufacturerCode;
+    case Kind::VoltageOn: return ResponseId::VoltageOn;
+    case Kind::VoltageOff: return ResponseId::VoltageOff;
+    case Kind::Restart: return ResponseId::General;
     case Kind::Erase:
         m_resultAddress = static_cast<int32_t>(reply.u32());
-        id = ResponseId::Erase;
-        break;
+        return ResponseId::Erase;
     case Kind::Program:
         m_resultAddress = static_cast<int32_t>(reply.u32());
-        id = ResponseId::Program;
-        break;
+        return ResponseId::Program;
     case Kind::Read:
         m_readData = reply.rest();
         if (m_status != Protocol::Status::Ok)
             m_readData.clear();
-        id = ResponseId::Read;
-        break;
+        return ResponseId::Read;
     case Kind::Checksum:
         m_checksum = static_cast<int32_t>(reply.u32());
         if (m_status != Protocol::Status::Ok)
             setError(TrovexError::InstrumentRefused,
                      QStringLiteral("the instrument could not sum that range (status %1)").arg(m_status));
-        id = ResponseId::Checksum;
-        break;
+        return ResponseId::Checksum;
     }
-    if (!reply.complete()) {
-        setError(TrovexError::BadReply, QStringLiteral("the instrument's answer was too short for its request"));
-        emit Trovex_Error(TrovexError::BadReply);
-        return;
-    }
-    emit Trovex_Response(id);
+    return ResponseId::General;
+}
+
+// The engine takes one status as an erase's or a read's failure and passes every other; the
+// instrument's only success is 0. Anything else (0xFFFF from a transfer program that does not
+// know the request, above all) must not pass for an erased or read range.
+QString Trovex::undocumentedStatus(Kind kind) const
+{
+    const auto status = uint16_t(m_status);
+    if (status == Protocol::Status::Ok)
+        return {};
+    const QString at = QString::number(uint32_t(m_requestAddress), 16).toUpper();
+    if (kind == Kind::Erase && status != Protocol::Status::EraseFailed)
+        return QStringLiteral("the instrument did not erase the %1 bytes at H%2 (status %3)").arg(m_requestCount).arg(at).arg(status);
+    if (kind == Kind::Read && status != Protocol::Status::ReadFailed)
+        return QStringLiteral("the instrument did not read the %1 bytes at H%2 (status %3)").arg(m_requestCount).arg(at).arg(status);
+    return {};
 }
 
 void Trovex::onFailed(Link::Failure failure, const QString &reason)

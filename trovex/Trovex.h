@@ -7,10 +7,12 @@
 // then leaves TrovexError::Cancelled, UploadTransferProgram returns TransferResult::Cancelled,
 // and the channel closes as after any failure. Every other request goes to the transfer
 // program through the request pipeline, which keeps the line busy within the ranges the
-// engine announces, and is answered by one event.
+// engine announces, and is answered by one event. An answer whose status the request does
+// not document is an error event that names the status.
 #include "engine/ApplicationLayer.h"
 #include "link/Link.h"
 #include "link/PortMap.h"
+#include "link/Protocol.h"
 #include "link/RequestPipeline.h"
 
 #include <QByteArray>
@@ -61,6 +63,11 @@ private:
 
     void submit(RequestPipeline::Request request);
     void onAnswered(Kind kind, const QByteArray &payload);
+    // Takes the answer's values into the getters; its response id.
+    int32_t takeValues(Kind kind, Protocol::Reader &reply);
+    // Why an answer with a status the engine's response table would pass is a failure ("" if
+    // it is none).
+    QString undocumentedStatus(Kind kind) const;
     void onFailed(Link::Failure failure, const QString &reason);
     // Raises the error event from the event loop, never inside the request call.
     void raiseErrorLater(int16_t code, const QString &text);
@@ -84,4 +91,6 @@ private:
     int32_t m_checksum = 0;
     int32_t m_resultAddress = 0;
     QByteArray m_readData;
+    int32_t m_requestAddress = 0; // of the engine's erase or read, for the messages
+    int32_t m_requestCount = 0;
 };

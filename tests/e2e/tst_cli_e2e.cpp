@@ -240,6 +240,9 @@ private slots:
                                         << 2;
         QTest::newRow("erase fails") << QStringList{"--fail-erase", "0x20000"} << "serial" << none
                                      << "FLASH ERASE ERROR, failed at address = 20000" << "FlashDelete ERROR" << 2;
+        QTest::newRow("an erase the transfer program does not know")
+            << QStringList{"--unknown", "erase"} << "serial" << none
+            << "the instrument did not erase the 196608 bytes at H10000 (status 65535)" << "FlashDelete ERROR" << 2;
         // At the line rate, so that blocks are on their way behind the refused one.
         QTest::newRow("a block fails") << QStringList{"paced", "--time-scale", "0", "--fail-program", "0x12345"} << "serial" << none
                                        << "PROGRAMMING ERROR, failed at address 12345" << "Prog ERROR" << 4;
