@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 // The instrument's status values reach the engine unchanged through GetStatus.
 static_assert(Protocol::Status::Done == uint16_t(AnswerStatus::Ok));
@@ -167,6 +168,7 @@ void Trovex::QueryManufacturerCode(int32_t address, uint8_t architecture, uint8_
 
 void Trovex::ProgrammingVoltageOn()
 {
+    m_voltageMayBeOn = true; // from the moment it may reach the instrument
     submit({Kind::VoltageOn, Protocol::VoltageOn, {}});
 }
 
@@ -239,6 +241,8 @@ void Trovex::onAnswered(Kind kind, const QByteArray &payload)
     Protocol::Reader reply(payload);
     m_status = static_cast<int16_t>(reply.u16());
     const int32_t id = takeValues(kind, reply);
+    if (kind == Kind::VoltageOff && uint16_t(m_status) == Protocol::Status::VoltageIsOff)
+        m_voltageMayBeOn = false;
     int16_t code = TrovexError::InstrumentRefused;
     QString failure = undocumentedStatus(kind);
     if (failure.isEmpty() && !reply.complete()) {
@@ -323,10 +327,37 @@ void Trovex::Shutdown()
 
 void Trovex::CloseChannel()
 {
+    switchVoltageOffBeforeClosing();
     // Nothing is left running: the link's timers go with it, the transport stops its own.
     m_pipeline.reset();
     m_link.reset();
     if (m_transport)
         m_transport->close();
     m_transport.reset();
+}
+
+// An update that stopped with the programming voltage on (a refused block, a failed erase, a
+// cancel) must not leave it on. The request goes behind whatever is on the way, which the
+// instrument carries out first, as soon as the link has room for it. The wait is bounded, and
+// there is none after a cancel: the request then leaves only if there is room at once, and the
+// run ends as the user asked.
+void Trovex::switchVoltageOffBeforeClosing()
+{
+    if (!std::exchange(m_voltageMayBeOn, false) || !m_link)
+        return;
+    std::optional<uint8_t> sequence;
+    bool over = false;
+    const auto sendWhenThereIsRoom = [&] {
+        if (!sequence && m_link->hasRoom())
+            sequence = m_link->request(Protocol::VoltageOff, {}, Protocol::ShortAnswerBytes);
+    };
+    const QObject listening; // the connections and the deadline end with it
+    connect(m_link.get(), &Link::replied, &listening, [&](uint8_t answered, const QByteArray &) {
+        over = over || answered == sequence;
+        sendWhenThereIsRoom();
+    });
+    connect(m_link.get(), &Link::failed, &listening, [&] { over = true; });
+    QTimer::singleShot(LinkTimeouts::VoltageOffAtClose, &listening, [&] { over = true; });
+    sendWhenThereIsRoom();
+    m_wait([&] { return over; });
 }

@@ -8,7 +8,8 @@
 // and the channel closes as after any failure. Every other request goes to the transfer
 // program through the request pipeline, which keeps the line busy within the ranges the
 // engine announces, and is answered by one event. An answer whose status the request does
-// not document is an error event that names the status.
+// not document is an error event that names the status. Closing a channel on which the
+// programming voltage may still be on switches it off first.
 #include "engine/ApplicationLayer.h"
 #include "link/Link.h"
 #include "link/PortMap.h"
@@ -68,6 +69,8 @@ private:
     // Why an answer with a status the engine's response table would pass is a failure ("" if
     // it is none).
     QString undocumentedStatus(Kind kind) const;
+    // Sends VoltageOff when the voltage may still be on, and waits a bounded time for it.
+    void switchVoltageOffBeforeClosing();
     void onFailed(Link::Failure failure, const QString &reason);
     // Raises the error event from the event loop, never inside the request call.
     void raiseErrorLater(int16_t code, const QString &text);
@@ -93,4 +96,5 @@ private:
     QByteArray m_readData;
     int32_t m_requestAddress = 0; // of the engine's erase or read, for the messages
     int32_t m_requestCount = 0;
+    bool m_voltageMayBeOn = false; // switched on, and not yet answered as off
 };
