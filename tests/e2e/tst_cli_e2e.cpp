@@ -138,6 +138,26 @@ private:
         const QByteArray bytes = packageMember(image);
         return bytes.left(qsizetype(std::clamp<int64_t>(writtenUpTo - address, 0, bytes.size())));
     }
+    // The demo package with another transfer program ("": the demo's) and one more range to
+    // erase, at H40000.
+    QString variant(const QByteArray &transferProgram) const
+    {
+        const QString path = member(QStringLiteral("variant/Model7.KDPKG"));
+        if (!QDir().mkpath(QFileInfo(path).path()))
+            return {};
+        PackageBuilder builder;
+        ZipArchive demo(m_package);
+        for (const auto &[file, size] : demo.members()) {
+            QByteArray bytes = demo.read(*demo.find(file)).value_or(QByteArray());
+            if (file == QStringLiteral("TP207.BIN") && !transferProgram.isEmpty())
+                bytes = transferProgram;
+            if (file == QStringLiteral("KDCONFIG.INI"))
+                bytes.replace("ERASE1=0X100000,0X10000\r\n", "ERASE1=0X100000,0X10000\r\nERASE2=0X40000,0X10000\r\n");
+            builder.addMember(file, bytes);
+        }
+        QString error;
+        return builder.write(path, &error) ? path : QString();
+    }
 
 private slots:
     void initTestCase()
@@ -334,27 +354,46 @@ private slots:
         }
     }
 
-    // A run that failed leaves the instrument ready for the next: a package whose transfer
-    // program the boot ROM refuses, then the right one.
-    void aSecondRunAfterAFailedOneCompletes()
+    // A run that failed leaves the instrument ready for the next, without switching it off: one
+    // whose transfer program the boot ROM refused, and one that failed (at an erase of its own)
+    // with its transfer program running, which the next run goes on with. Another transfer
+    // program left running ends the next run at once with what to do.
+    void aSecondRunAfterAFailedOne_data()
     {
-        InstrumentProcess instrument(instrumentArgs());
-        const QString broken = member(QStringLiteral("broken/Model7.KDPKG"));
-        QVERIFY(QDir().mkpath(QFileInfo(broken).path()));
-        PackageBuilder builder;
-        ZipArchive demo(m_package);
-        for (const auto &[name, size] : demo.members())
-            builder.addMember(name, name == QStringLiteral("TP207.BIN") ? QByteArray("XXXX") + QByteArray(2044, '\0')
-                                                                         : demo.read(*demo.find(name)).value_or(QByteArray()));
-        QString error;
-        QVERIFY2(builder.write(broken, &error), qPrintable(error));
-        const CliRun bad = run({"update", broken}, instrument.device());
+        QTest::addColumn<QByteArray>("transferProgram"); // the first package's ("" the demo's)
+        QTest::addColumn<QString>("firstLastLine");
+        QTest::addColumn<QString>("secondMessage"); // "" when the second run updates the instrument
+        QTest::newRow("the boot ROM refused the transfer program")
+            << QByteArray("XXXX") + QByteArray(2044, '\0') << "Transfer Program Failed, Error Code = 2" << "";
+        QTest::newRow("the transfer program still runs") << QByteArray() << "FlashDelete ERROR" << "";
+        QTest::newRow("another transfer program still runs")
+            << QByteArray("KDTP") + QByteArray(2044, '\1') << "FlashDelete ERROR"
+            << "another transfer program runs in the instrument (CRC-32 ";
+    }
+    void aSecondRunAfterAFailedOne()
+    {
+        QFETCH(QByteArray, transferProgram);
+        QFETCH(QString, firstLastLine);
+        QFETCH(QString, secondMessage);
+        InstrumentProcess instrument(instrumentArgs() << "--fail-erase" << "0x40000"); // in none of the demo's ranges
+        const QString first = variant(transferProgram);
+        QVERIFY(!first.isEmpty());
+        const CliRun bad = run({"update", first}, instrument.device());
         QCOMPARE(bad.exitCode, 1);
-        QVERIFY2(bad.text().contains(QStringLiteral("\nTransfer Program Failed, Error Code = 2\n")), qPrintable(bad.text()));
+        const QStringList lines = bad.text().split(QLatin1Char('\n'));
+        const qsizetype closing = lines.indexOf(QStringLiteral("Close Communication Channel"));
+        QVERIFY2(closing > 0 && lines.at(closing - 1).startsWith(firstLastLine), qPrintable(bad.text()));
         QFile::remove(m_readBack);
-        const CliRun good = run({"update", m_package}, instrument.device());
-        QCOMPARE(good.exitCode, 0);
-        QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip());
+        const CliRun second = run({"update", m_package}, instrument.device());
+        if (secondMessage.isEmpty()) {
+            QVERIFY2(second.exitCode == 0, qPrintable(second.text()));
+            QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip());
+        } else {
+            QCOMPARE(second.exitCode, 1);
+            QVERIFY2(second.text().contains(secondMessage)
+                         && second.text().contains(QStringLiteral("; switch the instrument off and on, then repeat the update")),
+                     qPrintable(second.text()));
+        }
     }
 
     void badUsageExitsWithTwo_data()

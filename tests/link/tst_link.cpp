@@ -94,7 +94,9 @@ struct Channel {
 enum class Fault { LostBefore, LostAfter, WriteFailsInside, WriteFailsAfter, Silence, BusyForEver };
 enum class Before { Nothing, AnswerAtOnce, AnswerAfterResend };
 enum class Then { Nothing, PartOfTheAnswer, PartOfAnotherAnswer, PartOfABusyFrame, Timeout };
-enum class Load { Whole, SecondBlockRefused, PortGoes, LoaderGoes };
+// What answers the loader's Hello: the boot ROM, the package's transfer program left running,
+// another transfer program, a program that knows neither Hello nor LoadBlock.
+enum class Load { Whole, SecondBlockRefused, PortGoes, LoaderGoes, SameProgram, OtherProgram, NoBootRom };
 constexpr double MsPerByte = 0.1;
 constexpr int PartBytes = 40;
 } // namespace
@@ -345,26 +347,43 @@ private slots:
                  qPrintable(QString::number(paused)));
     }
 
-    // The boot ROM takes the program block by block, then starts it; a loader that goes
-    // sends nothing more.
+    // The boot ROM takes the program block by block, then starts it; the same program left
+    // running is used again; another program, or one that takes none, is a clear failure; a
+    // loader that goes sends nothing more.
     void theTransferProgramIsLoadedAndStarted_data()
     {
         QTest::addColumn<Load>("load");
         QTest::addColumn<QString>("outcome");
         QTest::addColumn<int>("sends");
-        QTest::newRow("loaded and started") << Load::Whole << "started 0" << 4;
-        QTest::newRow("a block refused") << Load::SecondBlockRefused << "the boot ROM refused the block at 20100 (status 1)" << 2;
+        const QString powerCycle = QStringLiteral("; switch the instrument off and on, then repeat the update");
+        QTest::newRow("loaded and started") << Load::Whole << "started 0" << 5;
+        QTest::newRow("a block refused") << Load::SecondBlockRefused << "the boot ROM refused the block at 20100 (status 1)" << 3;
         QTest::newRow("the port goes") << Load::PortGoes << ScriptedTransport::Lost << 1;
         QTest::newRow("the loader goes") << Load::LoaderGoes << "" << 1;
+        QTest::newRow("the same program still runs") << Load::SameProgram << "started 0" << 1;
+        QTest::newRow("another program runs") << Load::OtherProgram
+                                              << "another transfer program runs in the instrument (CRC-32 ce3037ca, 600 bytes; "
+                                                 "this package's is ce3037c9, 600 bytes)" + powerCycle
+                                              << 1;
+        QTest::newRow("no boot ROM answers") << Load::NoBootRom
+                                             << "the instrument runs a program that takes no transfer program (status 65535 at "
+                                                "the block at 20000)" + powerCycle
+                                             << 2;
     }
     void theTransferProgramIsLoadedAndStarted()
     {
         QFETCH(Load, load);
         QFETCH(QString, outcome);
+        constexpr uint32_t ImageCrc = 0xCE3037C9; // 600 bytes of "k"
         Channel c;
         c.transport.instrument = [&](const Frame &request) {
+            const bool running = load == Load::SameProgram || load == Load::OtherProgram;
+            if (request.type == Protocol::Hello && running)
+                return Protocol::Writer().u16(Protocol::Status::Ok).u32(ImageCrc + (load == Load::OtherProgram)).u32(600).done();
             if (request.type == Protocol::Start)
                 return Protocol::Writer().u32(Protocol::StartResult::Running).done();
+            if (request.type == Protocol::Hello || load == Load::NoBootRom)
+                return Protocol::Writer().u16(Protocol::Status::Unknown).done();
             const bool refused = load == Load::SecondBlockRefused && Protocol::Reader(request.payload).u32() == 0x20100;
             return Protocol::Writer().u16(refused ? Protocol::Status::BadBlockSum : Protocol::Status::Ok).done();
         };
@@ -382,8 +401,9 @@ private slots:
         settle();
         QCOMPARE(outcomes.value(0), outcome);
         QTEST(int(c.transport.written.size()), "sends");
-        for (qsizetype i = 0; i + 1 < c.transport.written.size(); ++i)
-            QCOMPARE(Protocol::Reader(c.transport.sent(i).payload).u32(), uint32_t(0x20000 + i * Protocol::LoadBlockBytes));
+        QCOMPARE(c.transport.sent(0).type, uint8_t(Protocol::Hello)); // first, on every channel
+        for (qsizetype i = 1; i < c.transport.written.size() && c.transport.sent(i).type == Protocol::LoadBlock; ++i)
+            QCOMPARE(Protocol::Reader(c.transport.sent(i).payload).u32(), uint32_t(0x20000 + (i - 1) * Protocol::LoadBlockBytes));
     }
 
     // The engine's blocks within an image of `blocks` blocks (0: none announced). Events: sN the
