@@ -32,6 +32,11 @@ public:
     virtual void Restart() = 0;
     virtual void ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex,
                               const uint8_t *data) = 0;
+    // A hint, no request: the ProgramBlock or ReadMemory requests from now on cover the length
+    // bytes at address (one image, one range read back). A layer that sends requests ahead
+    // keeps within it and answers the range's last block only once the instrument has answered
+    // every block of it. Raises no event; a layer may ignore it.
+    virtual void AnnounceRange(int32_t /*address*/, int32_t /*length*/) {}
     virtual void GetManufacturerCode(int32_t &code) = 0;
     virtual void ReadMemory(uint8_t architecture, int32_t address, int32_t count) = 0;
     virtual void RequestChecksum(uint8_t architecture, int32_t address, int32_t length) = 0;

@@ -31,7 +31,7 @@ std::optional<std::vector<FlashBank::Piece>> FlashBank::pieces(uint32_t address,
 
 std::optional<double> FlashBank::erase(uint32_t address, uint32_t length, int32_t index)
 {
-    const auto cut = pieces(address, std::max<uint32_t>(length, 1), index);
+    const auto cut = pieces(address, length, index);
     if (!cut)
         return std::nullopt;
     double ms = 0;
@@ -40,12 +40,21 @@ std::optional<double> FlashBank::erase(uint32_t address, uint32_t length, int32_
     return ms;
 }
 
-std::optional<double> FlashBank::program(uint32_t address, const QByteArray &bytes, int32_t index)
+std::optional<uint32_t> FlashBank::refusal(uint32_t address, const QByteArray &bytes, int32_t index) const
 {
     const auto cut = pieces(address, uint32_t(bytes.size()), index);
     if (!cut)
-        return std::nullopt;
+        return address;
+    for (const Piece &p : *cut)
+        if (const auto at = m_chips[p.chip].firstBitToRaise(p.address, bytes.mid(qsizetype(p.address - address), qsizetype(p.length))))
+            return at;
+    return std::nullopt;
+}
+
+double FlashBank::program(uint32_t address, const QByteArray &bytes, int32_t index)
+{
     double us = 0;
+    const auto cut = pieces(address, uint32_t(bytes.size()), index);
     for (const Piece &p : *cut)
         us += m_chips[p.chip].program(p.address, bytes.mid(qsizetype(p.address - address), qsizetype(p.length)));
     return us;

@@ -18,7 +18,11 @@ public:
     const FlashChip *chipAt(uint32_t address, int32_t index = 0) const;
     // Erase and program give the time the parts take: milliseconds and microseconds.
     std::optional<double> erase(uint32_t address, uint32_t length, int32_t index);
-    std::optional<double> program(uint32_t address, const QByteArray &bytes, int32_t index);
+    // Where the bytes cannot be programmed: the address when part of the range is in no chip of
+    // kind index, else the first byte that would need a 0 turned into a 1; nullopt when they can.
+    std::optional<uint32_t> refusal(uint32_t address, const QByteArray &bytes, int32_t index) const;
+    // Programs bytes that refusal() lets through.
+    double program(uint32_t address, const QByteArray &bytes, int32_t index);
     std::optional<QByteArray> read(uint32_t address, uint32_t length) const;
     // Puts bytes into the chips as they are, as a factory would; false when they do not fit.
     bool load(uint32_t address, const QByteArray &bytes);

@@ -4,16 +4,17 @@
 
 namespace {
 // The parts of the flash table: their JEDEC codes, sizes, erase units and typical timings
-// from their data sheets (the 28F parts erase only as a whole).
+// from their data sheets (the 28F parts erase only as a whole; the AM29LV800 with device code
+// DA is the top-boot part, whose top 64 KiB are four boot sectors).
 constexpr std::array<FlashChip::Part, 8> Parts = {{
-    {"AM28F010", 17, 0x01, 0xA7, 128 * 1024, 128 * 1024, 1000, 10},
-    {"I28F010", 18, 0x89, 0xB4, 128 * 1024, 128 * 1024, 1000, 10},
-    {"AM28F020", 19, 0x01, 0x2A, 256 * 1024, 256 * 1024, 2000, 10},
-    {"I28F020", 20, 0x89, 0xBD, 256 * 1024, 256 * 1024, 2000, 10},
-    {"AM29F010", 21, 0x01, 0x20, 128 * 1024, 16 * 1024, 1000, 7},
-    {"AM29F040", 22, 0x01, 0xA4, 512 * 1024, 64 * 1024, 1000, 7},
-    {"I28F016", 23, 0x89, 0xA0, 2 * 1024 * 1024, 64 * 1024, 800, 6},
-    {"AM29LV800", 24, 0x01, 0xDA, 1024 * 1024, 64 * 1024, 700, 9},
+    {"AM28F010", 17, 0x01, 0xA7, 128 * 1024, 128 * 1024, {}, 1000, 10},
+    {"I28F010", 18, 0x89, 0xB4, 128 * 1024, 128 * 1024, {}, 1000, 10},
+    {"AM28F020", 19, 0x01, 0x2A, 256 * 1024, 256 * 1024, {}, 2000, 10},
+    {"I28F020", 20, 0x89, 0xBD, 256 * 1024, 256 * 1024, {}, 2000, 10},
+    {"AM29F010", 21, 0x01, 0x20, 128 * 1024, 16 * 1024, {}, 1000, 7},
+    {"AM29F040", 22, 0x01, 0xA4, 512 * 1024, 64 * 1024, {}, 1000, 7},
+    {"I28F016", 23, 0x89, 0xA0, 2 * 1024 * 1024, 64 * 1024, {}, 800, 6},
+    {"AM29LV800", 24, 0x01, 0xDA, 1024 * 1024, 64 * 1024, {32 * 1024, 8 * 1024, 8 * 1024, 16 * 1024}, 700, 9},
 }};
 } // namespace
 
@@ -40,14 +41,42 @@ bool FlashChip::holds(uint32_t address, uint32_t length) const
     return address >= m_base && uint64_t(address) + length <= uint64_t(m_base) + uint32_t(m_part.size);
 }
 
+std::pair<uint32_t, uint32_t> FlashChip::unitAt(uint32_t offset) const
+{
+    const auto sector = uint32_t(m_part.sectorSize);
+    const uint32_t start = offset / sector * sector;
+    const bool bootSectors = m_part.topBootUnits[0] != 0 && start + sector == uint32_t(m_part.size);
+    if (!bootSectors)
+        return {start, sector};
+    uint32_t unit = start;
+    for (const int32_t size : m_part.topBootUnits) {
+        if (offset < unit + uint32_t(size))
+            return {unit, uint32_t(size)};
+        unit += uint32_t(size);
+    }
+    return {start, sector}; // not reached: the boot units fill the top sector
+}
+
 double FlashChip::erase(uint32_t address, uint32_t length)
 {
-    const uint32_t sector = uint32_t(m_part.sectorSize);
-    const uint32_t first = (address - m_base) / sector;
-    const uint32_t last = (address - m_base + std::max<uint32_t>(length, 1) - 1) / sector;
-    for (uint32_t s = first; s <= last; ++s)
-        std::fill(m_bytes.begin() + qsizetype(s * sector), m_bytes.begin() + qsizetype((s + 1) * sector), '\xFF');
-    return (last - first + 1) * m_part.eraseMsPerSector;
+    const uint32_t end = address - m_base + length;
+    double ms = 0;
+    for (uint32_t offset = address - m_base; offset < end;) {
+        const auto [start, size] = unitAt(offset);
+        std::fill(m_bytes.begin() + qsizetype(start), m_bytes.begin() + qsizetype(start + size), '\xFF');
+        ms += m_part.eraseMsPerSector;
+        offset = start + size;
+    }
+    return ms;
+}
+
+std::optional<uint32_t> FlashChip::firstBitToRaise(uint32_t address, const QByteArray &bytes) const
+{
+    const qsizetype at = qsizetype(address - m_base);
+    for (qsizetype i = 0; i < bytes.size(); ++i)
+        if ((uint8_t(bytes[i]) & ~uint8_t(m_bytes[at + i])) != 0)
+            return address + uint32_t(i);
+    return std::nullopt;
 }
 
 double FlashChip::program(uint32_t address, const QByteArray &bytes)

@@ -32,7 +32,8 @@ std::optional<uint8_t> requestType(const QString &name)
         {QStringLiteral("identify"), Protocol::Identify},   {QStringLiteral("voltage-on"), Protocol::VoltageOn},
         {QStringLiteral("voltage-off"), Protocol::VoltageOff}, {QStringLiteral("erase"), Protocol::Erase},
         {QStringLiteral("restart"), Protocol::Restart},     {QStringLiteral("program"), Protocol::Program},
-        {QStringLiteral("read"), Protocol::Read},           {QStringLiteral("checksum"), Protocol::Checksum}};
+        {QStringLiteral("read"), Protocol::Read},           {QStringLiteral("checksum"), Protocol::Checksum},
+        {QStringLiteral("hello"), Protocol::Hello}};
     const auto it = types.find(name);
     return it == types.end() ? std::nullopt : std::optional<uint8_t>(it.value());
 }
@@ -59,14 +60,16 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     const QCommandLineOption stall(QStringLiteral("stall"), QStringLiteral("Stop answering for MS after FRAMES frames."), QStringLiteral("FRAMES:MS"));
     const QCommandLineOption stallAt(QStringLiteral("stall-at"),
                                      QStringLiteral("Stop answering for MS from the first REQUEST on (load, start, identify, "
-                                                    "voltage-on, voltage-off, erase, restart, program, read, checksum)."),
+                                                    "voltage-on, voltage-off, erase, restart, program, read, checksum, hello)."),
                                      QStringLiteral("REQUEST:MS"));
     const QCommandLineOption refuseVoltage(QStringLiteral("refuse-voltage"), QStringLiteral("Never switch the programming voltage on."));
     const QCommandLineOption failErase(QStringLiteral("fail-erase"), QStringLiteral("Fail an erase that covers this address."), QStringLiteral("ADDRESS"));
     const QCommandLineOption failProgram(QStringLiteral("fail-program"), QStringLiteral("Fail programming at this address."), QStringLiteral("ADDRESS"));
     const QCommandLineOption wrongChecksum(QStringLiteral("wrong-checksum"), QStringLiteral("Answer every checksum request wrongly."));
+    const QCommandLineOption unknown(QStringLiteral("unknown"), QStringLiteral("A transfer program that does not know REQUEST (as --stall-at names it)."),
+                                     QStringLiteral("REQUEST"));
     parser.addOptions({flash, load, dump, baud, noPacing, timeScale, tcp, gpib, gpibRate, seed, corrupt, drop, disconnect, stall, stallAt, refuseVoltage,
-                       failErase, failProgram, wrongChecksum});
+                       failErase, failProgram, wrongChecksum, unknown});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -146,6 +149,8 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
         options.failProgramAt = address;
     }
     options.wrongChecksum = parser.isSet(wrongChecksum);
+    if (parser.isSet(unknown) && !(options.unknownType = requestType(parser.value(unknown))))
+        return bad(QStringLiteral("--unknown (a request as --stall-at names it)"));
     if (options.baud <= 0 || options.gpibRate <= 0 || options.flash.isEmpty())
         return bad(QStringLiteral("arguments: at least one --flash chip and a positive --baud are needed"));
     return true;

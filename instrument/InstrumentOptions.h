@@ -29,6 +29,7 @@ struct InstrumentOptions {
     std::optional<uint32_t> failEraseAt;
     std::optional<uint32_t> failProgramAt;
     bool wrongChecksum = false;
+    std::optional<uint8_t> unknownType;    // a request the transfer program does not know
 
     // Parses the arguments; false with a reason in *error.
     static bool parse(const QStringList &arguments, InstrumentOptions &options, QString *error);

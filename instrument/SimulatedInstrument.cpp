@@ -1,11 +1,56 @@
 #include "instrument/SimulatedInstrument.h"
 
-#include "link/Protocol.h"
-
 #include <QDir>
 #include <QFile>
+#include <zlib.h>
 
 using namespace Protocol;
+
+namespace {
+// What each request carries and what its Reply holds besides the data, in bytes.
+struct Layout {
+    uint8_t type;
+    int leastPayload;
+    int mostPayload;
+    int replyFields;
+};
+constexpr Layout Layouts[] = {
+    {LoadBlock, 6, 5 + LoadBlockBytes, 2}, {Start, 12, 12, 4},     {Identify, 6, 6, 10},
+    {VoltageOn, 0, 0, 2},                  {VoltageOff, 0, 0, 2},  {Erase, 10, 10, 6},
+    {Restart, 0, 0, 2},                    {Program, 7, 6 + LargestBlock, 6}, {Read, 9, 9, 2},
+    {Checksum, 9, 9, 6},                   {Hello, 0, 0, 10},
+};
+
+const Layout &layoutOf(uint8_t type)
+{
+    return *std::find_if(std::begin(Layouts), std::end(Layouts), [&](const Layout &l) { return l.type == type; });
+}
+
+// A known request whose payload does not fit it: its Reply's fields, status Malformed, the
+// rest 0 (a Start's result, a u32, is Malformed too).
+QByteArray malformed(uint8_t type)
+{
+    QByteArray reply = Writer().u16(Status::Malformed).done();
+    reply.append(QByteArray(layoutOf(type).replyFields - reply.size(), '\0'));
+    return reply;
+}
+
+bool fits(const Frame &request)
+{
+    const Layout &layout = layoutOf(request.type);
+    return request.payload.size() >= layout.leastPayload && request.payload.size() <= layout.mostPayload;
+}
+
+uint32_t crc32Of(const QByteArray &bytes)
+{
+    return uint32_t(crc32(0L, reinterpret_cast<const Bytef *>(bytes.constData()), uInt(bytes.size())));
+}
+
+QByteArray unknown()
+{
+    return Writer().u16(Status::Unknown).done();
+}
+} // namespace
 
 SimulatedInstrument::SimulatedInstrument(const InstrumentOptions &options, QObject *parent)
     : QObject(parent), m_options(options), m_random(options.seed)
@@ -13,7 +58,7 @@ SimulatedInstrument::SimulatedInstrument(const InstrumentOptions &options, QObje
     for (const auto &[name, base] : options.flash)
         m_flash.add(FlashChip(*FlashChip::part(name), base));
     m_busy.setInterval(BusyIntervalMs);
-    connect(&m_busy, &QTimer::timeout, this, [this] { emitFrame(Frame{m_workingSequence, Busy, {}}); });
+    connect(&m_busy, &QTimer::timeout, this, [this] { emitFrame(Frame{m_working->sequence, Busy, {}}); });
     m_stallEnd.setSingleShot(true);
     connect(&m_stallEnd, &QTimer::timeout, this, [this] { m_stalled = false; });
 }
@@ -45,42 +90,22 @@ void SimulatedInstrument::handle(const Frame &request)
         m_stallEnd.start(m_options.stallMs);
         return;
     }
-    if (answeredFromCache(request))
-        return; // done already: answer again, act once
-    noteSequence(request.sequence);
-    if (m_working && request.sequence == m_workingSequence)
-        return; // sent again while we work on it: the busy frames answer it
-    if (std::any_of(m_queue.begin(), m_queue.end(), [&](const Frame &f) { return f.sequence == request.sequence; }))
-        return; // sent again while it waits its turn
+    if (const std::optional<QByteArray> kept = m_kept.answerTo(request)) {
+        emitFrame(Frame{request.sequence, Reply, *kept}); // done already: answer again, act once
+        return;
+    }
+    if (isUnderWay(request))
+        return; // sent again while we work on it or while it waits: its Reply answers it
+    if (request.type == Hello)
+        m_kept.forget(); // a new channel: what was kept belongs to another count
+    m_kept.note(request.sequence);
     m_queue.push_back(request);
     workThroughQueue();
 }
 
-bool SimulatedInstrument::answeredFromCache(const Frame &request)
+bool SimulatedInstrument::isUnderWay(const Frame &request) const
 {
-    for (const Answered &answered : m_answered)
-        if (answered.request == request) {
-            emitFrame(Frame{request.sequence, Reply, answered.reply});
-            return true;
-        }
-    return false;
-}
-
-void SimulatedInstrument::noteSequence(uint8_t sequence)
-{
-    // Numbers run 1..255: how far one lies past another.
-    const auto past = [](uint8_t a, uint8_t b) { return (int(a) - int(b) + 255) % 255; };
-    const int ahead = past(sequence, m_newestSequence);
-    const int behind = past(m_newestSequence, sequence);
-    if (m_newestSequence != 0 && behind >= 1 && behind <= int(AnswersKept))
-        return; // an earlier request that never arrived intact, sent again
-    if (m_newestSequence == 0 || ahead == 0 || ahead > SequenceHalf)
-        m_answered.clear(); // a host that started counting afresh
-    m_newestSequence = sequence;
-    std::erase_if(m_answered, [&](const Answered &a) {
-        const int distance = past(sequence, a.request.sequence);
-        return distance == 0 || distance > int(AnswersKept);
-    });
+    return m_working == request || std::find(m_queue.begin(), m_queue.end(), request) != m_queue.end();
 }
 
 void SimulatedInstrument::workThroughQueue()
@@ -95,14 +120,14 @@ void SimulatedInstrument::workThroughQueue()
             reply(request, answer);
             continue;
         }
-        m_working = true;
-        m_workingSequence = request.sequence;
+        m_working = request;
         m_workingReply = answer;
         m_busy.start();
-        QTimer::singleShot(int(scaled), this, [this, request] {
+        QTimer::singleShot(int(scaled), this, [this] {
             m_busy.stop();
-            m_working = false;
-            reply(request, m_workingReply);
+            const Frame done = *m_working;
+            m_working.reset();
+            reply(done, m_workingReply);
             workThroughQueue();
         });
     }
@@ -110,9 +135,8 @@ void SimulatedInstrument::workThroughQueue()
 
 void SimulatedInstrument::reply(const Frame &request, const QByteArray &payload)
 {
-    m_answered.push_back({request, payload});
-    if (m_answered.size() > AnswersKept)
-        m_answered.pop_front();
+    if (request.type != Hello) // carrying a Hello out again changes nothing
+        m_kept.keep(request, payload);
     emitFrame(Frame{request.sequence, Reply, payload});
 }
 
@@ -144,121 +168,163 @@ QByteArray SimulatedInstrument::execute(const Frame &request, double &workMs)
 
 QByteArray SimulatedInstrument::bootRom(const Frame &request)
 {
+    if (request.type != LoadBlock && request.type != Start)
+        return unknown();
+    if (!fits(request))
+        return malformed(request.type);
     Reader in(request.payload);
-    if (request.type == LoadBlock) {
-        const uint32_t address = in.u32();
-        const uint8_t sum = in.u8();
-        const QByteArray data = in.rest();
-        uint32_t actual = 0;
-        for (char c : data)
-            actual += uint8_t(c);
-        if (!in.complete() || uint8_t(actual) != sum)
-            return Writer().u16(Status::BadBlockSum).done();
-        for (qsizetype i = 0; i < data.size(); ++i)
-            m_ram[address + uint32_t(i)] = uint8_t(data[i]);
-        return Writer().u16(Status::Ok).done();
+    return request.type == LoadBlock ? loadBlock(in) : start(in);
+}
+
+QByteArray SimulatedInstrument::loadBlock(Reader &in)
+{
+    const uint32_t address = in.u32();
+    const uint8_t sum = in.u8();
+    const QByteArray data = in.rest();
+    uint32_t actual = 0;
+    for (char c : data)
+        actual += uint8_t(c);
+    if (uint8_t(actual) != sum)
+        return Writer().u16(Status::BadBlockSum).done();
+    if (address < RamStart || uint64_t(address) + uint64_t(data.size()) > uint64_t(RamStart) + RamBytes)
+        return Writer().u16(Status::OutsideRam).done();
+    for (qsizetype i = 0; i < data.size(); ++i)
+        m_ram[address + uint32_t(i)] = uint8_t(data[i]);
+    return Writer().u16(Status::Ok).done();
+}
+
+QByteArray SimulatedInstrument::start(Reader &in)
+{
+    const uint32_t load = in.u32();
+    const uint32_t length = in.u32();
+    const uint32_t entry = in.u32();
+    QByteArray image;
+    for (uint64_t at = load; at < uint64_t(load) + length; ++at) {
+        const auto byte = m_ram.find(uint32_t(at));
+        if (byte == m_ram.end())
+            return Writer().u32(StartResult::NotLoaded).done();
+        image.append(char(byte->second));
     }
-    if (request.type == Start) {
-        in.u32();
-        in.u32();
-        const uint32_t start = in.u32();
-        QByteArray header;
-        for (uint32_t i = 0; i < 4; ++i) {
-            const auto byte = m_ram.find(start + i);
-            if (byte == m_ram.end())
-                return Writer().u32(StartResult::NotLoaded).done();
-            header.append(char(byte->second));
-        }
-        if (header != QByteArray(TransferMagic))
-            return Writer().u32(StartResult::BadHeader).done();
-        m_stage = Stage::TransferProgram;
-        m_answered.clear();
-        return Writer().u32(StartResult::Running).done();
-    }
-    return Writer().u16(Status::Unknown).done();
+    const uint32_t offset = entry - load;
+    if (length < 4 || offset > length - 4)
+        return Writer().u32(StartResult::NotLoaded).done();
+    if (image.mid(qsizetype(offset), 4) != QByteArray(TransferMagic))
+        return Writer().u32(StartResult::BadHeader).done();
+    m_stage = Stage::TransferProgram;
+    m_programCrc = crc32Of(image);
+    m_programLength = length;
+    m_kept.forget(); // the new stage keeps nothing of the old one's but Start's own answer
+    startImage();
+    return Writer().u32(StartResult::Running).done();
 }
 
 QByteArray SimulatedInstrument::transferProgram(const Frame &request, double &workMs)
 {
+    const bool known = request.type >= Identify && request.type <= Hello && request.type != m_options.unknownType;
+    if (!known)
+        return unknown();
+    if (!fits(request))
+        return malformed(request.type);
     Reader in(request.payload);
     switch (request.type) {
-    case Identify: {
-        const uint32_t address = in.u32();
-        in.u8();
-        const uint8_t index = in.u8();
-        const FlashChip *chip = m_flash.chipAt(address, index);
-        if (!chip)
-            return Writer().u16(Status::NoFlash).u32(0).u32(0).done();
-        return Writer().u16(Status::Ok).u32(uint32_t(chip->model().manufacturer)).u32(uint32_t(chip->model().device)).done();
-    }
+    case Identify: return identify(in);
     case VoltageOn:
-        if (m_options.refuseVoltage)
-            return Writer().u16(Status::Ok).done(); // anything but "on"
-        m_voltage = true;
-        return Writer().u16(Status::VoltageIsOn).done();
+        startImage(); // whatever the supply does
+        m_voltage = !m_options.refuseVoltage;
+        return Writer().u16(m_voltage ? Status::VoltageIsOn : Status::VoltageNotOn).done();
     case VoltageOff:
         m_voltage = false;
         return Writer().u16(Status::VoltageIsOff).done();
-    case Erase: {
-        in.u8();
-        const uint8_t index = in.u8();
-        const uint32_t address = in.u32();
-        const uint32_t length = in.u32();
-        if (m_options.failEraseAt && *m_options.failEraseAt >= address && *m_options.failEraseAt - address < length)
-            return Writer().u16(Status::EraseFailed).u32(*m_options.failEraseAt).done();
-        const std::optional<double> ms = m_voltage ? m_flash.erase(address, length, index) : std::nullopt;
-        if (!ms)
-            return Writer().u16(Status::EraseFailed).u32(address).done();
-        workMs = *ms;
-        return Writer().u16(Status::Ok).u32(address).done();
+    case Erase: return erase(in, workMs);
+    case Restart: return restart();
+    case Program: return program(in, workMs);
+    case Read: return read(in);
+    case Checksum: return checksum(in);
+    default: // Hello
+        return Writer().u16(Status::Ok).u32(m_programCrc).u32(m_programLength).done();
     }
-    case Restart:
-        m_stage = Stage::BootRom;
-        m_answered.clear();
-        m_voltage = false;
-        m_ram.clear();
-        return Writer().u16(Status::Done).done();
-    case Program: {
-        const uint32_t address = in.u32();
-        in.u8();
-        const uint8_t index = in.u8();
-        const QByteArray data = in.rest();
-        if (m_options.failProgramAt && *m_options.failProgramAt >= address
-            && *m_options.failProgramAt - address < uint32_t(data.size()))
-            return Writer().u16(Status::ProgramFailed).u32(*m_options.failProgramAt).done();
-        const std::optional<double> us = m_voltage ? m_flash.program(address, data, index) : std::nullopt;
-        if (!us)
-            return Writer().u16(Status::ProgramFailed).u32(address).done();
-        workMs = *us / 1000.0;
-        return Writer().u16(Status::Done).u32(address).done();
+}
+
+QByteArray SimulatedInstrument::identify(Reader &in) const
+{
+    const uint32_t address = in.u32();
+    in.u8(); // the architecture: addresses are bytes whatever the bus width
+    const FlashChip *chip = m_flash.chipAt(address, in.u8());
+    if (!chip)
+        return Writer().u16(Status::NoFlash).u32(0).u32(0).done();
+    return Writer().u16(Status::Ok).u32(uint32_t(chip->model().manufacturer)).u32(uint32_t(chip->model().device)).done();
+}
+
+QByteArray SimulatedInstrument::erase(Reader &in, double &workMs)
+{
+    in.u8();
+    const uint8_t index = in.u8();
+    const uint32_t address = in.u32();
+    const uint32_t length = in.u32();
+    if (m_options.failEraseAt && *m_options.failEraseAt >= address && *m_options.failEraseAt - address < length)
+        return Writer().u16(Status::EraseFailed).u32(*m_options.failEraseAt).done();
+    const std::optional<double> ms = m_voltage ? m_flash.erase(address, length, index) : std::nullopt;
+    if (!ms)
+        return Writer().u16(Status::EraseFailed).u32(address).done();
+    workMs = *ms;
+    return Writer().u16(Status::Ok).u32(address).done();
+}
+
+QByteArray SimulatedInstrument::program(Reader &in, double &workMs)
+{
+    const uint32_t address = in.u32();
+    in.u8();
+    const uint8_t index = in.u8();
+    const QByteArray data = in.rest();
+    if (!m_refusedAt) {
+        if (m_options.failProgramAt && *m_options.failProgramAt >= address && *m_options.failProgramAt - address < uint32_t(data.size()))
+            m_refusedAt = m_options.failProgramAt;
+        else if (!m_voltage)
+            m_refusedAt = address;
+        else
+            m_refusedAt = m_flash.refusal(address, data, index);
+        if (!m_refusedAt) {
+            workMs = m_flash.program(address, data, index) / 1000.0;
+            return Writer().u16(Status::Done).u32(address).done();
+        }
     }
-    case Read: {
-        in.u8();
-        const uint32_t address = in.u32();
-        const uint32_t count = in.u32();
-        const std::optional<QByteArray> bytes = count <= uint32_t(Frame::MaxPayload - 2) ? m_flash.read(address, count) : std::nullopt;
-        if (!bytes)
-            return Writer().u16(Status::ReadFailed).done();
-        return Writer().u16(Status::Ok).bytes(*bytes).done();
-    }
-    case Checksum: {
-        in.u8();
-        const uint32_t address = in.u32();
-        const uint32_t length = in.u32();
-        const std::optional<QByteArray> bytes = m_flash.read(address, length);
-        if (!bytes)
-            return Writer().u16(Status::OutsideFlash).u32(0).done();
-        uint32_t sum = 0;
-        for (char c : *bytes)
-            sum += uint8_t(c);
-        sum &= 0xFF;
-        if (m_options.wrongChecksum)
-            sum = (sum + 1) & 0xFF;
-        return Writer().u16(Status::Ok).u32(sum).done();
-    }
-    default:
-        return Writer().u16(Status::Unknown).done();
-    }
+    return Writer().u16(Status::ProgramFailed).u32(*m_refusedAt).done(); // nothing behind a refusal
+}
+
+QByteArray SimulatedInstrument::read(Reader &in) const
+{
+    in.u8();
+    const uint32_t address = in.u32();
+    const uint32_t count = in.u32();
+    const std::optional<QByteArray> bytes = count <= uint32_t(LargestBlock) ? m_flash.read(address, count) : std::nullopt;
+    if (!bytes)
+        return Writer().u16(Status::ReadFailed).done();
+    return Writer().u16(Status::Ok).bytes(*bytes).done();
+}
+
+QByteArray SimulatedInstrument::checksum(Reader &in) const
+{
+    in.u8();
+    const uint32_t address = in.u32();
+    const std::optional<QByteArray> bytes = m_flash.read(address, in.u32());
+    if (!bytes)
+        return Writer().u16(Status::OutsideFlash).u32(0).done();
+    uint32_t sum = 0;
+    for (char c : *bytes)
+        sum += uint8_t(c);
+    if (m_options.wrongChecksum)
+        ++sum;
+    return Writer().u16(Status::Ok).u32(sum & 0xFF).done();
+}
+
+QByteArray SimulatedInstrument::restart()
+{
+    m_stage = Stage::BootRom;
+    m_voltage = false;
+    m_ram.clear();
+    m_kept.forget(); // the boot ROM keeps nothing of the program's but Restart's own answer
+    startImage();
+    return Writer().u16(Status::Done).done();
 }
 
 bool SimulatedInstrument::loadFiles(QString *error)

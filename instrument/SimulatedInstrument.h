@@ -1,35 +1,39 @@
 #pragma once
-// The instrument behind the wire: a boot ROM that takes a transfer program into RAM and
-// starts it, then the transfer program that identifies, erases, programs, reads and sums
-// the flash chips under programming voltage. It carries out requests in the order they
-// arrive (queueing those that arrive while it works, as a UART buffer does), answers each once,
-// keeps its recent answers for requests sent again, sends busy frames while it works, and
-// misbehaves as its options ask.
+// The instrument behind the wire, as docs/protocol.md describes it: a boot ROM that takes a
+// transfer program into its RAM and starts it, then the transfer program that identifies,
+// erases, programs, reads and sums the flash chips under programming voltage. It carries out
+// requests in the order they arrive (queueing those that arrive while it works, as a UART
+// buffer does), answers each once, keeps its recent answers for requests sent again, sends
+// busy frames while it works, and misbehaves as its options ask.
 #include "instrument/FlashBank.h"
 #include "instrument/InstrumentOptions.h"
+#include "instrument/KeptAnswers.h"
 #include "link/Frame.h"
 #include "link/FrameDecoder.h"
+#include "link/Protocol.h"
 
 #include <QObject>
 #include <QTimer>
 #include <deque>
 #include <map>
+#include <optional>
 #include <random>
-#include <vector>
 
 class SimulatedInstrument : public QObject {
     Q_OBJECT
 public:
+    // The boot ROM's RAM, where the transfer program is loaded.
+    static constexpr uint32_t RamStart = 0x20000;
+    static constexpr uint32_t RamBytes = 0x20000;
+
     explicit SimulatedInstrument(const InstrumentOptions &options, QObject *parent = nullptr);
 
     // Bytes from the host.
     void receive(const QByteArray &bytes);
-    const std::vector<FlashChip> &chips() const { return m_flash.chips(); }
     // Puts the --load files into the chips; false with a reason.
     bool loadFiles(QString *error);
     // Writes every chip to the dump folder; false with a reason.
     bool dump(QString *error) const;
-    bool transferProgramRunning() const { return m_stage == Stage::TransferProgram; }
 
 signals:
     // Bytes for the host.
@@ -39,18 +43,26 @@ signals:
 
 private:
     enum class Stage { BootRom, TransferProgram };
+    using Reader = Protocol::Reader;
 
     void handle(const Frame &request);
+    // Whether the request is being worked on or waits its turn.
+    bool isUnderWay(const Frame &request) const;
     // Carries out queued requests until one needs time or the queue is empty.
     void workThroughQueue();
-    bool answeredFromCache(const Frame &request);
-    // A request not answered from the cache: keeps only the answers of the few requests just
-    // before the newest, which the host may still send again; a host that started counting
-    // afresh finds none of the old ones.
-    void noteSequence(uint8_t sequence);
     QByteArray execute(const Frame &request, double &workMs);
     QByteArray bootRom(const Frame &request);
+    QByteArray loadBlock(Reader &in);
+    QByteArray start(Reader &in);
     QByteArray transferProgram(const Frame &request, double &workMs);
+    QByteArray identify(Reader &in) const;
+    QByteArray erase(Reader &in, double &workMs);
+    QByteArray program(Reader &in, double &workMs);
+    QByteArray read(Reader &in) const;
+    QByteArray checksum(Reader &in) const;
+    QByteArray restart();
+    // Leaves the program running and the flash as they are: the next image starts afresh.
+    void startImage() { m_refusedAt.reset(); }
     void reply(const Frame &request, const QByteArray &payload);
     void emitFrame(const Frame &frame);
     // The bytes as a noisy line delivers them, in either direction.
@@ -58,9 +70,12 @@ private:
 
     InstrumentOptions m_options;
     FlashBank m_flash;
-    std::map<uint32_t, uint8_t> m_ram;
+    std::map<uint32_t, uint8_t> m_ram; // the bytes loaded since power-on or Restart
     Stage m_stage = Stage::BootRom;
+    uint32_t m_programCrc = 0;    // of the transfer program's image, for Hello
+    uint32_t m_programLength = 0;
     bool m_voltage = false;
+    std::optional<uint32_t> m_refusedAt; // where the image being programmed was first refused
     FrameDecoder m_decoder;
     int m_corruptSeen = 0;
     int m_framesSeen = 0;
@@ -71,20 +86,9 @@ private:
     // Requests waiting while another is worked on.
     std::deque<Frame> m_queue;
     // The request being worked on.
-    bool m_working = false;
-    uint8_t m_workingSequence = 0;
+    std::optional<Frame> m_working;
     QByteArray m_workingReply;
     QTimer m_busy;
-    // Recent requests with their answers, for requests sent again. Kept per stage, and only
-    // for the numbers just before the newest request, so a host that starts over is never
-    // answered from it.
-    struct Answered {
-        Frame request;
-        QByteArray reply;
-    };
-    std::deque<Answered> m_answered;
-    static constexpr size_t AnswersKept = 8; // well above the host's window of requests on the way
-    static constexpr int SequenceHalf = 127;  // further ahead than this is a new count, not the next request
-    uint8_t m_newestSequence = 0;             // 0: none yet
+    KeptAnswers m_kept;
     std::mt19937 m_random;
 };

@@ -69,6 +69,15 @@ uint8_t Link::request(uint8_t type, const QByteArray &payload, int expectedReply
     return frame.sequence;
 }
 
+bool Link::hasRoom() const
+{
+    if (m_outstanding.empty())
+        return true;
+    // Numbers run 1..255, so distances between them count modulo 255.
+    const int ahead = (int(m_nextSequence) - int(m_outstanding.front().frame.sequence) + 255) % 255;
+    return outstanding() < Window && ahead < KeptAnswers;
+}
+
 double Link::nowMs() const
 {
     return double(m_clock.nsecsElapsed()) / 1e6;

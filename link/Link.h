@@ -14,7 +14,7 @@
 // write cannot pull the ground from under the link.
 //
 // Keeping the line busy is the caller's business: it may send another request before the
-// earlier ones are answered, up to Window of them, and only where the order in which the
+// earlier ones are answered while hasRoom() says so, and only where the order in which the
 // instrument carries them out does not matter.
 #include "link/Frame.h"
 #include "link/FrameDecoder.h"
@@ -37,6 +37,9 @@ public:
     // Requests on the way at once, at most: two keep the line busy while the instrument
     // answers the first; the third absorbs the host's scheduling hiccups.
     static constexpr int Window = 3;
+    // The instrument keeps the answers of this many recent numbers, the newest included: a
+    // request sent again must be among them to be answered from what it kept.
+    static constexpr int KeptAnswers = 8;
 
     // longestOperation: how long busy frames may hold off the answer to one request.
     explicit Link(Transport &transport, std::chrono::milliseconds longestOperation = LinkTimeouts::LongestOperation,
@@ -47,6 +50,11 @@ public:
     uint8_t request(uint8_t type, const QByteArray &payload, int expectedReplyBytes);
     // Requests sent and not answered yet.
     int outstanding() const { return int(m_outstanding.size()); }
+    // Whether another request may go before the earlier ones are answered: fewer than Window
+    // are on the way, and the oldest of them would still be among the KeptAnswers newest
+    // numbers (answers that overtake a lost one must not push it out of the instrument's
+    // memory).
+    bool hasRoom() const;
     int retransmissions() const { return m_retransmissions; }
     // Payload bytes of requests answered and of their answers, for rates.
     int64_t payloadBytes() const { return m_payloadBytes; }

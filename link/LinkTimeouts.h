@@ -10,7 +10,7 @@ using namespace std::chrono_literals;
 // of a few milliseconds, small next to a human's patience.
 inline constexpr auto ReplyMargin = 250ms;
 // The longest the link waits for the oldest request's answer, whatever its estimate of the
-// line says: the largest request and answer (4000-byte blocks, both stuffed at worst, 2 x 8212
+// line says: the largest request and answer (4000-byte blocks, both stuffed at worst, 2 x 8210
 // bytes) take 38 s at 4800 baud. Only a wrong estimate reaches it; a resend then comes late,
 // not never.
 inline constexpr auto LongestReplyWait = 40s;
@@ -24,6 +24,11 @@ inline constexpr auto BusySilence = 400ms;
 // the largest chip in the flash table (the I28F016, 32 blocks of typically 0.8 s, at worst some
 // ten times that) takes up to about four minutes. An instrument busy for longer is stuck.
 inline constexpr auto LongestOperation = 5min;
+// How long closing a channel waits for the instrument to switch the programming voltage off
+// after an update that stopped with it on: the blocks still on the way and the answer take
+// well under a second at 115200 baud. A line slower than that, or one that does not answer,
+// is not waited for longer: the request is on the line, and the run is over.
+inline constexpr auto VoltageOffAtClose = 2s;
 // Sends of one request before the instrument counts as not answering. At one damaged byte in
 // 1000 a full 260-byte frame is lost about one time in four; eight sends lose a request about
 // once in 100,000, and a dead line is still given up within a few seconds.

@@ -20,6 +20,8 @@ enum Type : uint8_t {
     Program = 0x25,    // address u32, architecture u8, flash u8, data -> status u16, address u32
     Read = 0x26,       // architecture u8, address u32, count u32   -> status u16, data
     Checksum = 0x27,   // architecture u8, address u32, length u32  -> status u16, checksum u32
+    // To whichever stage runs: the host's first request on every channel
+    Hello = 0x28, //                                                -> status u16, CRC-32 u32, length u32
     // From the instrument
     Reply = 0x80, // the answer to the request with the same sequence number
     Busy = 0x81,  // still working on the request with the same sequence number
@@ -29,16 +31,19 @@ enum Type : uint8_t {
 // Status values of the replies.
 namespace Status {
 inline constexpr uint16_t Ok = 0;
-inline constexpr uint16_t Done = 66;        // program block, restart, general
+inline constexpr uint16_t Done = 66;        // program block, restart
 inline constexpr uint16_t VoltageIsOn = 68;
+inline constexpr uint16_t VoltageNotOn = 69;
 inline constexpr uint16_t VoltageIsOff = 70;
+inline constexpr uint16_t VoltageNotOff = 71;
 inline constexpr uint16_t EraseFailed = 65;
 inline constexpr uint16_t ReadFailed = 32;
 inline constexpr uint16_t ProgramFailed = 67;
 inline constexpr uint16_t BadBlockSum = 1;    // LoadBlock: the data did not add up
 inline constexpr uint16_t OutsideRam = 2;     // LoadBlock: the block does not fit the RAM
 inline constexpr uint16_t NoFlash = 3;        // Identify: no chip of that kind at the address
-inline constexpr uint16_t OutsideFlash = 4;   // Read, Checksum: range outside every chip
+inline constexpr uint16_t OutsideFlash = 4;   // Checksum: range not wholly in flash
+inline constexpr uint16_t Malformed = 5;      // a known request whose payload does not fit it
 inline constexpr uint16_t Unknown = 0xFFFF;   // a request type the stage does not know
 }
 
@@ -46,7 +51,7 @@ inline constexpr uint16_t Unknown = 0xFFFF;   // a request type the stage does n
 namespace StartResult {
 inline constexpr uint32_t Running = 0;
 inline constexpr uint32_t BadHeader = 2;   // the image at the start address is no transfer program
-inline constexpr uint32_t NotLoaded = 3;   // the start address is outside what was loaded
+inline constexpr uint32_t NotLoaded = 3;   // the range, or the start address, is not wholly loaded
 }
 
 // A transfer program starts with these four bytes.
@@ -54,6 +59,11 @@ inline constexpr char TransferMagic[] = "KDTP";
 // Bytes of transfer program sent per LoadBlock: no bigger than a program block, so a noisy
 // line costs the boot ROM no more retransmissions than the flash.
 inline constexpr int LoadBlockBytes = 256;
+// The most a Program or Read request carries or asks for.
+inline constexpr int LargestBlock = 4000;
+// Payload bytes of the longest answer that carries no data (Hello's), with room to spare, for
+// the wait for an answer.
+inline constexpr int ShortAnswerBytes = 16;
 // A busy instrument says so at least this often (ms), so slow is told from dead.
 inline constexpr int BusyIntervalMs = 100;
 

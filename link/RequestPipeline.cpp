@@ -4,16 +4,21 @@
 
 #include <QScopedValueRollback>
 #include <algorithm>
-#include <climits>
 
 namespace {
-// Where the read after this one starts; -1 past the end of the address space.
-int32_t nextAddress(const RequestPipeline::Request &request)
+QByteArray programAnswer(uint16_t status, int32_t address)
 {
-    const int64_t next = int64_t(request.address) + request.count;
-    return next <= INT32_MAX ? int32_t(next) : -1;
+    return Protocol::Writer().u16(status).u32(uint32_t(address)).done();
 }
 } // namespace
+
+uint32_t RequestPipeline::Range::bytesFrom(int32_t at) const
+{
+    // Unsigned offsets: a range at the top of the address space, whose end wraps to 0, is a
+    // range like any other.
+    const uint32_t offset = uint32_t(at) - address;
+    return offset < length ? length - offset : 0;
+}
 
 RequestPipeline::RequestPipeline(Link &link, QObject *parent) : QObject(parent), m_link(link)
 {
@@ -21,11 +26,18 @@ RequestPipeline::RequestPipeline(Link &link, QObject *parent) : QObject(parent),
     connect(&m_link, &Link::failed, this, &RequestPipeline::onFailed);
 }
 
+void RequestPipeline::expectRange(int32_t address, int32_t length)
+{
+    m_range = Range{uint32_t(address), uint32_t(std::max(length, 0))};
+}
+
 void RequestPipeline::reset()
 {
     m_inFlight.clear();
     m_held.reset();
     m_readAhead.reset();
+    m_range.reset();
+    m_waitingBlockAnswer.reset();
     m_programFailure.reset();
     m_linkFailure.reset();
 }
@@ -51,7 +63,7 @@ void RequestPipeline::take(const Request &request)
     if (request.kind == Kind::Program && m_programFailure) {
         const ProgramFailure failure = *m_programFailure;
         m_programFailure.reset();
-        answer(Kind::Program, Protocol::Writer().u16(failure.status).u32(uint32_t(failure.address)).done());
+        answer(Kind::Program, programAnswer(failure.status, failure.address));
         return;
     }
     if (!roomFor(request.kind)) {
@@ -65,9 +77,14 @@ bool RequestPipeline::roomFor(Kind kind) const
 {
     if (kind != Kind::Program)
         return m_link.outstanding() == 0;
-    return m_link.outstanding() < Link::Window
-           && std::all_of(m_inFlight.begin(), m_inFlight.end(),
-                          [](const auto &entry) { return entry.second.purpose == Purpose::ProgramBehind; });
+    return m_link.hasRoom() && std::all_of(m_inFlight.begin(), m_inFlight.end(), [](const auto &entry) {
+               return entry.second.purpose == Purpose::ProgramBehind;
+           });
+}
+
+bool RequestPipeline::answersEarly(const Request &request) const
+{
+    return m_range && uint32_t(std::max(request.count, 0)) < m_range->bytesFrom(request.address);
 }
 
 void RequestPipeline::dispatch(const Request &request)
@@ -80,14 +97,14 @@ void RequestPipeline::dispatch(const Request &request)
         return;
     }
     const uint8_t sequence = m_link.request(request.type, request.payload, request.expectedReplyBytes);
-    if (request.kind == Kind::Program) {
+    if (request.kind == Kind::Program && answersEarly(request)) {
         m_inFlight[sequence] = {Purpose::ProgramBehind, Kind::Program};
-        answer(Kind::Program, Protocol::Writer().u16(Protocol::Status::Done).u32(uint32_t(request.address)).done());
+        answer(Kind::Program, programAnswer(Protocol::Status::Done, request.address));
         return;
     }
     m_inFlight[sequence] = {Purpose::Engine, request.kind};
     if (request.kind == Kind::Read)
-        readAhead(request.architecture, nextAddress(request), request.count);
+        readAhead(request.architecture, int32_t(uint32_t(request.address) + uint32_t(request.count)), request.count);
 }
 
 bool RequestPipeline::answerFromReadAhead(const Request &request)
@@ -103,19 +120,20 @@ bool RequestPipeline::answerFromReadAhead(const Request &request)
         answer(Kind::Read, *ahead.payload);
     else
         m_inFlight[ahead.sequence].purpose = Purpose::Engine; // still on the way: the engine now waits for it
-    readAhead(request.architecture, nextAddress(request), request.count);
+    readAhead(request.architecture, int32_t(uint32_t(request.address) + uint32_t(request.count)), request.count);
     return true;
 }
 
 void RequestPipeline::readAhead(uint8_t architecture, int32_t after, int32_t count)
 {
-    if (count <= 0 || after < 0 || int64_t(after) + count > INT32_MAX)
+    const uint32_t left = m_range ? m_range->bytesFrom(after) : 0;
+    if (count <= 0 || left == 0)
         return;
-    const int32_t address = after;
-    const QByteArray payload = Protocol::Writer().u8(architecture).u32(uint32_t(address)).u32(uint32_t(count)).done();
-    const uint8_t sequence = m_link.request(Protocol::Read, payload, count + 2);
+    const auto ahead = int32_t(std::min(uint32_t(count), left));
+    const QByteArray payload = Protocol::Writer().u8(architecture).u32(uint32_t(after)).u32(uint32_t(ahead)).done();
+    const uint8_t sequence = m_link.request(Protocol::Read, payload, ahead + 2);
     m_inFlight[sequence] = {Purpose::ReadAhead, Kind::Read};
-    m_readAhead = ReadAhead{sequence, architecture, address, count, std::nullopt};
+    m_readAhead = ReadAhead{sequence, architecture, after, ahead, std::nullopt};
 }
 
 void RequestPipeline::dropReadAhead()
@@ -137,16 +155,38 @@ void RequestPipeline::answer(Kind kind, const QByteArray &payload)
     QMetaObject::invokeMethod(this, [this, kind, payload] { emit answered(kind, payload); }, Qt::QueuedConnection);
 }
 
+bool RequestPipeline::blocksBehind() const
+{
+    return std::any_of(m_inFlight.begin(), m_inFlight.end(),
+                       [](const auto &entry) { return entry.second.purpose == Purpose::ProgramBehind; });
+}
+
+void RequestPipeline::answerWaitingBlock()
+{
+    if (!m_waitingBlockAnswer || blocksBehind())
+        return;
+    QByteArray payload = *m_waitingBlockAnswer;
+    m_waitingBlockAnswer.reset();
+    if (m_programFailure) { // the first refusal, wherever it was
+        payload = programAnswer(m_programFailure->status, m_programFailure->address);
+        m_programFailure.reset();
+    }
+    emit answered(Kind::Program, payload);
+}
+
 void RequestPipeline::onReplied(uint8_t sequence, const QByteArray &payload)
 {
     const auto it = m_inFlight.find(sequence);
     if (it == m_inFlight.end())
-        return; // a boot-ROM answer, taken by whoever asked
+        return; // an answer taken by whoever asked (the boot ROM's, the voltage's at close)
     const InFlight inFlight = it->second;
     m_inFlight.erase(it);
     switch (inFlight.purpose) {
     case Purpose::Engine:
-        emit answered(inFlight.kind, payload);
+        if (inFlight.kind == Kind::Program)
+            m_waitingBlockAnswer = payload;
+        else
+            emit answered(inFlight.kind, payload);
         break;
     case Purpose::ProgramBehind: {
         Protocol::Reader reply(payload);
@@ -163,6 +203,7 @@ void RequestPipeline::onReplied(uint8_t sequence, const QByteArray &payload)
     case Purpose::Nobody:
         break;
     }
+    answerWaitingBlock();
     if (m_held && roomFor(m_held->kind)) {
         const Request held = *m_held;
         m_held.reset();
@@ -172,8 +213,9 @@ void RequestPipeline::onReplied(uint8_t sequence, const QByteArray &payload)
 
 bool RequestPipeline::engineWaits() const
 {
-    return m_held || std::any_of(m_inFlight.begin(), m_inFlight.end(),
-                                 [](const auto &entry) { return entry.second.purpose == Purpose::Engine; });
+    return m_held || m_waitingBlockAnswer || std::any_of(m_inFlight.begin(), m_inFlight.end(), [](const auto &entry) {
+               return entry.second.purpose == Purpose::Engine;
+           });
 }
 
 void RequestPipeline::onFailed(Link::Failure failure, const QString &reason)
@@ -182,6 +224,7 @@ void RequestPipeline::onFailed(Link::Failure failure, const QString &reason)
     m_inFlight.clear();
     m_held.reset();
     m_readAhead.reset();
+    m_waitingBlockAnswer.reset();
     if (waits)
         emit failed(failure, reason);
     else

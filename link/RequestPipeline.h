@@ -1,20 +1,24 @@
 #pragma once
 // Keeps the line busy without changing what the engine sees. The engine asks one thing at a
 // time and waits for the answer; sent one by one, a serial line would stand idle while the
-// instrument programs a block and answers, and while the host turns the answer round. So:
+// instrument programs a block and answers, and while the host turns the answer round. So,
+// within the range the engine says its next Program or Read requests cover (expectRange):
 //  - a Program request is answered "done" as soon as it is on its way, as long as the link has
-//    room (Link::Window); the instrument's own answer arrives while the next block is sent. A
-//    block the instrument could not program is reported at the engine's next Program request,
-//    with the block's own address, and at any other request as an error. Either way the
-//    engine stops, and the checksum that ends every image still checks every byte;
-//  - a Read of n bytes at A also asks for the n bytes at A + n, which answer the engine's next
-//    Read while a read-back goes on (reading changes nothing on the instrument);
+//    room, unless it is the range's last block: that one's answer waits for the instrument's
+//    answers to every block before it. A refused block is reported, with the address the
+//    instrument gave, as the answer to the engine's next Program request, at the latest the
+//    last one. The instrument refuses every block after a refused one until the next image,
+//    so nothing is written behind a failure;
+//  - a Read of n bytes at A also asks for up to n bytes after it, never past the range's end
+//    (outside it may lie registers that reading changes), which answer the engine's next Read;
 //  - every other request waits until the link has nothing on the way, so it is carried out
 //    after everything sent before it.
+// Outside a range, or without one, every request waits for its own answer.
 // Answers and failures are always raised from the event loop, never inside submit. The link
 // never answers or fails inside its request() either, so every request is recorded as on the
 // way before anything can be heard of it.
 #include "link/Link.h"
+#include "link/Protocol.h"
 
 #include <QByteArray>
 #include <QObject>
@@ -30,7 +34,7 @@ public:
         Kind kind;
         uint8_t type;
         QByteArray payload;
-        int expectedReplyBytes = 16;
+        int expectedReplyBytes = Protocol::ShortAnswerBytes;
         // Program and Read: where and how much, for early answers and reading ahead.
         uint8_t architecture = 0;
         int32_t address = 0;
@@ -40,6 +44,9 @@ public:
     explicit RequestPipeline(Link &link, QObject *parent = nullptr);
 
     void submit(const Request &request);
+    // The range that the Program or Read requests from now on cover: an image, or a range read
+    // back.
+    void expectRange(int32_t address, int32_t length);
     // Forgets everything on the way (the channel is closing).
     void reset();
 
@@ -47,7 +54,7 @@ signals:
     // The answer to the engine's request, laid out as the instrument's Reply.
     void answered(RequestPipeline::Kind kind, const QByteArray &payload);
     // A block answered "done" earlier was not programmed; raised at the next request that is
-    // not a Program request.
+    // not a Program request (the engine stopped an image before its last block).
     void programmingFailedEarlier(int32_t address, uint16_t status);
     // The link failed while the engine waited, or before its next request.
     void failed(Link::Failure failure, const QString &reason);
@@ -69,6 +76,12 @@ private:
         int32_t address;
         uint16_t status;
     };
+    struct Range {
+        uint32_t address;
+        uint32_t length;
+        // Bytes of the range from address on; 0 when address lies outside it.
+        uint32_t bytesFrom(int32_t address) const;
+    };
 
     // submit's work, also for a held request once there is room.
     void take(const Request &request);
@@ -76,18 +89,25 @@ private:
     void onFailed(Link::Failure failure, const QString &reason);
     bool roomFor(Kind kind) const;
     void dispatch(const Request &request);
+    // A block before the range's last, which may be answered on its way.
+    bool answersEarly(const Request &request) const;
     bool answerFromReadAhead(const Request &request);
-    // Asks for count bytes from after (-1: nothing to read ahead).
+    // Asks for up to count bytes from after, within the range.
     void readAhead(uint8_t architecture, int32_t after, int32_t count);
     void dropReadAhead();
     // Emits at once when on the event loop, later when inside submit.
     void answer(Kind kind, const QByteArray &payload);
+    // The engine's block, once every block before it is answered; a refusal among them first.
+    void answerWaitingBlock();
+    bool blocksBehind() const;
     bool engineWaits() const;
 
     Link &m_link;
     std::map<uint8_t, InFlight> m_inFlight;
     std::optional<Request> m_held; // the engine's request, waiting for room on the link
     std::optional<ReadAhead> m_readAhead;
+    std::optional<Range> m_range;
+    std::optional<QByteArray> m_waitingBlockAnswer; // the instrument's answer to the engine's block
     std::optional<ProgramFailure> m_programFailure;
     std::optional<std::pair<Link::Failure, QString>> m_linkFailure;
     bool m_inSubmit = false;

@@ -3,9 +3,10 @@
 #include "link/Link.h"
 #include "link/Protocol.h"
 
+#include <zlib.h>
+
 namespace {
-// The boot ROM answers with a status or a result of a few bytes; room to spare for the wait.
-constexpr int BootRomAnswerBytes = 16;
+const QString PowerCycle = QStringLiteral("switch the instrument off and on, then repeat the update");
 
 uint8_t blockSum(const QByteArray &data)
 {
@@ -13,6 +14,11 @@ uint8_t blockSum(const QByteArray &data)
     for (char c : data)
         sum += static_cast<uint8_t>(c);
     return static_cast<uint8_t>(sum);
+}
+
+uint32_t crc32Of(const QByteArray &data)
+{
+    return uint32_t(crc32(0L, reinterpret_cast<const Bytef *>(data.constData()), static_cast<uInt>(data.size())));
 }
 } // namespace
 
@@ -31,23 +37,24 @@ TransferProgramLoader::TransferProgramLoader(Link &link, QByteArray image, uint3
 
 void TransferProgramLoader::start()
 {
-    sendNext();
+    send(Step::Hello, Protocol::Hello, {});
+}
+
+void TransferProgramLoader::send(Step step, uint8_t type, const QByteArray &payload)
+{
+    m_step = step;
+    m_waitingFor = m_link.request(type, payload, Protocol::ShortAnswerBytes);
 }
 
 void TransferProgramLoader::sendNext()
 {
     if (m_offset < m_image.size()) {
         const QByteArray block = m_image.mid(m_offset, Protocol::LoadBlockBytes);
-        m_waitingFor = m_link.request(Protocol::LoadBlock,
-                                      Protocol::Writer().u32(blockAddress()).u8(blockSum(block)).bytes(block).done(),
-                                      BootRomAnswerBytes);
+        send(Step::Load, Protocol::LoadBlock, Protocol::Writer().u32(blockAddress()).u8(blockSum(block)).bytes(block).done());
         return;
     }
-    m_starting = true;
-    m_waitingFor = m_link.request(
-        Protocol::Start,
-        Protocol::Writer().u32(m_loadAddress).u32(uint32_t(m_image.size())).u32(m_startAddress).done(),
-        BootRomAnswerBytes);
+    send(Step::Start, Protocol::Start,
+         Protocol::Writer().u32(m_loadAddress).u32(uint32_t(m_image.size())).u32(m_startAddress).done());
 }
 
 void TransferProgramLoader::onReplied(uint8_t sequence, const QByteArray &payload)
@@ -55,12 +62,48 @@ void TransferProgramLoader::onReplied(uint8_t sequence, const QByteArray &payloa
     if (m_waitingFor != sequence)
         return; // another request's answer
     m_waitingFor.reset();
+    switch (m_step) {
+    case Step::Hello: onHello(payload); break;
+    case Step::Load: onLoaded(payload); break;
+    case Step::Start: emit finished(Protocol::Reader(payload).u32()); break;
+    }
+}
+
+void TransferProgramLoader::onHello(const QByteArray &payload)
+{
     Protocol::Reader reply(payload);
-    if (m_starting) {
-        emit finished(reply.u32());
+    const uint16_t status = reply.u16();
+    if (status == Protocol::Status::Unknown) {
+        sendNext(); // the boot ROM: load the program
         return;
     }
-    if (const uint16_t status = reply.u16(); status != Protocol::Status::Ok) {
+    const uint32_t crc = reply.u32();
+    const uint32_t length = reply.u32();
+    if (status == Protocol::Status::Ok && reply.complete() && crc == crc32Of(m_image) && length == uint32_t(m_image.size())) {
+        emit finished(Protocol::StartResult::Running); // left running by an earlier update: go on with it
+        return;
+    }
+    emit failed(QStringLiteral("another transfer program runs in the instrument (CRC-32 %1, %2 bytes; this package's is "
+                               "%3, %4 bytes); %5")
+                    .arg(crc, 8, 16, QLatin1Char('0'))
+                    .arg(length)
+                    .arg(crc32Of(m_image), 8, 16, QLatin1Char('0'))
+                    .arg(m_image.size())
+                    .arg(PowerCycle));
+}
+
+void TransferProgramLoader::onLoaded(const QByteArray &payload)
+{
+    const uint16_t status = Protocol::Reader(payload).u16();
+    if (status == Protocol::Status::Unknown) {
+        emit failed(QStringLiteral("the instrument runs a program that takes no transfer program (status %1 at the block "
+                                   "at %2); %3")
+                        .arg(status)
+                        .arg(blockAddress(), 0, 16)
+                        .arg(PowerCycle));
+        return;
+    }
+    if (status != Protocol::Status::Ok) {
         emit failed(QStringLiteral("the boot ROM refused the block at %1 (status %2)").arg(blockAddress(), 0, 16).arg(status));
         return;
     }

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 // The instrument's status values reach the engine unchanged through GetStatus.
 static_assert(Protocol::Status::Done == uint16_t(AnswerStatus::Ok));
@@ -167,6 +168,7 @@ void Trovex::QueryManufacturerCode(int32_t address, uint8_t architecture, uint8_
 
 void Trovex::ProgrammingVoltageOn()
 {
+    m_voltageMayBeOn = true; // from the moment it may reach the instrument
     submit({Kind::VoltageOn, Protocol::VoltageOn, {}});
 }
 
@@ -177,6 +179,8 @@ void Trovex::ProgrammingVoltageOff()
 
 void Trovex::FlashDelete(uint8_t architecture, uint8_t flashIndex, int32_t address, int32_t length)
 {
+    m_requestAddress = address;
+    m_requestCount = length;
     submit({Kind::Erase, Protocol::Erase,
             Protocol::Writer().u8(architecture).u8(flashIndex).u32(uint32_t(address)).u32(uint32_t(length)).done()});
 }
@@ -190,12 +194,20 @@ void Trovex::ProgramBlock(int32_t address, int16_t count, uint8_t architecture, 
 {
     const QByteArray block(reinterpret_cast<const char *>(data), std::max<int16_t>(count, 0));
     submit({Kind::Program, Protocol::Program,
-            Protocol::Writer().u32(uint32_t(address)).u8(architecture).u8(flashIndex).bytes(block).done(), 16, architecture,
-            address, count});
+            Protocol::Writer().u32(uint32_t(address)).u8(architecture).u8(flashIndex).bytes(block).done(),
+            Protocol::ShortAnswerBytes, architecture, address, count});
+}
+
+void Trovex::AnnounceRange(int32_t address, int32_t length)
+{
+    if (m_pipeline)
+        m_pipeline->expectRange(address, length);
 }
 
 void Trovex::ReadMemory(uint8_t architecture, int32_t address, int32_t count)
 {
+    m_requestAddress = address;
+    m_requestCount = count;
     submit({Kind::Read, Protocol::Read, Protocol::Writer().u8(architecture).u32(uint32_t(address)).u32(uint32_t(count)).done(),
             std::max(count, 0) + 2, architecture, address, count});
 }
@@ -228,7 +240,28 @@ void Trovex::onAnswered(Kind kind, const QByteArray &payload)
     setError(TrovexError::None, QString());
     Protocol::Reader reply(payload);
     m_status = static_cast<int16_t>(reply.u16());
-    int32_t id = ResponseId::General;
+    const int32_t id = takeValues(kind, reply);
+    if (kind == Kind::VoltageOff && uint16_t(m_status) == Protocol::Status::VoltageIsOff)
+        m_voltageMayBeOn = false;
+    int16_t code = TrovexError::InstrumentRefused;
+    QString failure = undocumentedStatus(kind);
+    if (failure.isEmpty() && !reply.complete()) {
+        code = TrovexError::BadReply;
+        failure = uint16_t(m_status) == Protocol::Status::Unknown
+                      ? QStringLiteral("the instrument does not know the request (status 65535); check that the package is "
+                                       "meant for this instrument")
+                      : QStringLiteral("the instrument's answer (status %1) was too short for its request").arg(uint16_t(m_status));
+    }
+    if (!failure.isEmpty()) {
+        setError(code, failure);
+        emit Trovex_Error(code);
+        return;
+    }
+    emit Trovex_Response(id);
+}
+
+int32_t Trovex::takeValues(Kind kind, Protocol::Reader &reply)
+{
     switch (kind) {
     case Kind::Identify:
         m_manufacturer = static_cast<int32_t>(reply.u32());
@@ -238,39 +271,45 @@ void Trovex::onAnswered(Kind kind, const QByteArray &payload)
                      QStringLiteral("no flash chip of the configured kind answers at that address (status %1); "
                                     "check the package against the instrument")
                          .arg(m_status));
-        id = ResponseId::ManufacturerCode;
-        break;
-    case Kind::VoltageOn: id = ResponseId::VoltageOn; break;
-    case Kind::VoltageOff: id = ResponseId::VoltageOff; break;
-    case Kind::Restart: id = ResponseId::General; break;
+        return ResponseId::ManufacturerCode;
+    case Kind::VoltageOn: return ResponseId::VoltageOn;
+    case Kind::VoltageOff: return ResponseId::VoltageOff;
+    case Kind::Restart: return ResponseId::General;
     case Kind::Erase:
         m_resultAddress = static_cast<int32_t>(reply.u32());
-        id = ResponseId::Erase;
-        break;
+        return ResponseId::Erase;
     case Kind::Program:
         m_resultAddress = static_cast<int32_t>(reply.u32());
-        id = ResponseId::Program;
-        break;
+        return ResponseId::Program;
     case Kind::Read:
         m_readData = reply.rest();
         if (m_status != Protocol::Status::Ok)
             m_readData.clear();
-        id = ResponseId::Read;
-        break;
+        return ResponseId::Read;
     case Kind::Checksum:
         m_checksum = static_cast<int32_t>(reply.u32());
         if (m_status != Protocol::Status::Ok)
             setError(TrovexError::InstrumentRefused,
                      QStringLiteral("the instrument could not sum that range (status %1)").arg(m_status));
-        id = ResponseId::Checksum;
-        break;
+        return ResponseId::Checksum;
     }
-    if (!reply.complete()) {
-        setError(TrovexError::BadReply, QStringLiteral("the instrument's answer was too short for its request"));
-        emit Trovex_Error(TrovexError::BadReply);
-        return;
-    }
-    emit Trovex_Response(id);
+    return ResponseId::General;
+}
+
+// The engine takes one status as an erase's or a read's failure and passes every other; the
+// instrument's only success is 0. Anything else (0xFFFF from a transfer program that does not
+// know the request, above all) must not pass for an erased or read range.
+QString Trovex::undocumentedStatus(Kind kind) const
+{
+    const auto status = uint16_t(m_status);
+    if (status == Protocol::Status::Ok)
+        return {};
+    const QString at = QString::number(uint32_t(m_requestAddress), 16).toUpper();
+    if (kind == Kind::Erase && status != Protocol::Status::EraseFailed)
+        return QStringLiteral("the instrument did not erase the %1 bytes at H%2 (status %3)").arg(m_requestCount).arg(at).arg(status);
+    if (kind == Kind::Read && status != Protocol::Status::ReadFailed)
+        return QStringLiteral("the instrument did not read the %1 bytes at H%2 (status %3)").arg(m_requestCount).arg(at).arg(status);
+    return {};
 }
 
 void Trovex::onFailed(Link::Failure failure, const QString &reason)
@@ -288,10 +327,37 @@ void Trovex::Shutdown()
 
 void Trovex::CloseChannel()
 {
+    switchVoltageOffBeforeClosing();
     // Nothing is left running: the link's timers go with it, the transport stops its own.
     m_pipeline.reset();
     m_link.reset();
     if (m_transport)
         m_transport->close();
     m_transport.reset();
+}
+
+// An update that stopped with the programming voltage on (a refused block, a failed erase, a
+// cancel) must not leave it on. The request goes behind whatever is on the way, which the
+// instrument carries out first, as soon as the link has room for it. The wait is bounded, and
+// there is none after a cancel: the request then leaves only if there is room at once, and the
+// run ends as the user asked.
+void Trovex::switchVoltageOffBeforeClosing()
+{
+    if (!std::exchange(m_voltageMayBeOn, false) || !m_link)
+        return;
+    std::optional<uint8_t> sequence;
+    bool over = false;
+    const auto sendWhenThereIsRoom = [&] {
+        if (!sequence && m_link->hasRoom())
+            sequence = m_link->request(Protocol::VoltageOff, {}, Protocol::ShortAnswerBytes);
+    };
+    const QObject listening; // the connections and the deadline end with it
+    connect(m_link.get(), &Link::replied, &listening, [&](uint8_t answered, const QByteArray &) {
+        over = over || answered == sequence;
+        sendWhenThereIsRoom();
+    });
+    connect(m_link.get(), &Link::failed, &listening, [&] { over = true; });
+    QTimer::singleShot(LinkTimeouts::VoltageOffAtClose, &listening, [&] { over = true; });
+    sendWhenThereIsRoom();
+    m_wait([&] { return over; });
 }

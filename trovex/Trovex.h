@@ -6,11 +6,14 @@
 // for the line through the engine's wait only, so a Cancel ends them at once: OpenChannel
 // then leaves TrovexError::Cancelled, UploadTransferProgram returns TransferResult::Cancelled,
 // and the channel closes as after any failure. Every other request goes to the transfer
-// program through the request pipeline, which keeps the line busy, and is answered by one
-// event.
+// program through the request pipeline, which keeps the line busy within the ranges the
+// engine announces, and is answered by one event. An answer whose status the request does
+// not document is an error event that names the status. Closing a channel on which the
+// programming voltage may still be on switches it off first.
 #include "engine/ApplicationLayer.h"
 #include "link/Link.h"
 #include "link/PortMap.h"
+#include "link/Protocol.h"
 #include "link/RequestPipeline.h"
 
 #include <QByteArray>
@@ -35,6 +38,7 @@ public:
     void Restart() override;
     void ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex,
                       const uint8_t *data) override;
+    void AnnounceRange(int32_t address, int32_t length) override;
     void GetManufacturerCode(int32_t &code) override { code = m_manufacturer; }
     void ReadMemory(uint8_t architecture, int32_t address, int32_t count) override;
     void RequestChecksum(uint8_t architecture, int32_t address, int32_t length) override;
@@ -60,6 +64,13 @@ private:
 
     void submit(RequestPipeline::Request request);
     void onAnswered(Kind kind, const QByteArray &payload);
+    // Takes the answer's values into the getters; its response id.
+    int32_t takeValues(Kind kind, Protocol::Reader &reply);
+    // Why an answer with a status the engine's response table would pass is a failure ("" if
+    // it is none).
+    QString undocumentedStatus(Kind kind) const;
+    // Sends VoltageOff when the voltage may still be on, and waits a bounded time for it.
+    void switchVoltageOffBeforeClosing();
     void onFailed(Link::Failure failure, const QString &reason);
     // Raises the error event from the event loop, never inside the request call.
     void raiseErrorLater(int16_t code, const QString &text);
@@ -83,4 +94,7 @@ private:
     int32_t m_checksum = 0;
     int32_t m_resultAddress = 0;
     QByteArray m_readData;
+    int32_t m_requestAddress = 0; // of the engine's erase or read, for the messages
+    int32_t m_requestCount = 0;
+    bool m_voltageMayBeOn = false; // switched on, and not yet answered as off
 };

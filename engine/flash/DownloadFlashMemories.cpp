@@ -77,6 +77,7 @@ bool QX_UploadProcess::readBackEntry(const QX_Download &entry, uint8_t *buffer)
     };
     int32_t received = 0;
     int emptyReads = 0;
+    AppLayer->AnnounceRange(entry.StartAddress(), entry.Length());
     do {
         const int32_t n = (MaxProgLen + received >= entry.Length()) ? entry.Length() - received : MaxProgLen;
         if (n > 0) {

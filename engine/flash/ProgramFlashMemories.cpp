@@ -55,6 +55,7 @@ bool QX_UploadProcess::programEntry(const QX_Program &entry, uint8_t *buffer)
     uint32_t hostSum = 0;
     int32_t blocks = 0; // 32 bits: a large image must not wrap the logged count
     int16_t lastPercent = 0;
+    AppLayer->AnnounceRange(entry.LoadAddress(), length);
     do {
         ++blocks;
         const int32_t n = readImage(entry, buffer, MaxProgLen, sent);

@@ -130,20 +130,49 @@ private:
         return result;
     }
 
-    QByteArray expectedMainChip() const
+    // The chips after an update, when nothing was written from the address writtenUpTo on.
+    // The images go in package order: the main image, the calibration data written back, the
+    // language's text; a refused block stops the run there.
+    QByteArray expectedMainChip(int64_t writtenUpTo = INT64_MAX) const
     {
         QByteArray chip(512 * 1024, '\xFF');
-        chip.replace(0, m_calibration.size(), m_calibration);
-        const QByteArray main = packageMember(QStringLiteral("MAIN207.BIN"));
+        const QByteArray main = imageUpTo(QStringLiteral("MAIN207.BIN"), 0x10000, writtenUpTo);
         chip.replace(0x10000, main.size(), main);
+        if (main.size() == packageMember(QStringLiteral("MAIN207.BIN")).size())
+            chip.replace(0, m_calibration.size(), m_calibration);
         return chip;
     }
-    QByteArray expectedLanguageChip(const QString &image) const
+    QByteArray expectedLanguageChip(const QString &image, int64_t writtenUpTo = INT64_MAX) const
     {
         QByteArray chip(1024 * 1024, '\xFF');
-        const QByteArray text = packageMember(image);
+        const QByteArray text = imageUpTo(image, 0x100000, writtenUpTo);
         chip.replace(0, text.size(), text);
         return chip;
+    }
+    QByteArray imageUpTo(const QString &image, int64_t address, int64_t writtenUpTo) const
+    {
+        const QByteArray bytes = packageMember(image);
+        return bytes.left(qsizetype(std::clamp<int64_t>(writtenUpTo - address, 0, bytes.size())));
+    }
+    // The demo package with another transfer program ("": the demo's) and one more range to
+    // read back, at H80000, where no flash answers: the run fails there, before any erase.
+    QString variant(const QByteArray &transferProgram) const
+    {
+        const QString path = member(QStringLiteral("variant/Model7.KDPKG"));
+        if (!QDir().mkpath(QFileInfo(path).path()))
+            return {};
+        PackageBuilder builder;
+        ZipArchive demo(m_package);
+        for (const auto &[file, size] : demo.members()) {
+            QByteArray bytes = demo.read(*demo.find(file)).value_or(QByteArray());
+            if (file == QStringLiteral("TP207.BIN") && !transferProgram.isEmpty())
+                bytes = transferProgram;
+            if (file == QStringLiteral("KDCONFIG.INI"))
+                bytes.replace("UPLOAD=0X0,0X400,", "UPLOAD1=0X80000,0X100,NO-FLASH.BIN\r\nUPLOAD=0X0,0X400,");
+            builder.addMember(file, bytes);
+        }
+        QString error;
+        return builder.write(path, &error) ? path : QString();
     }
 
 private slots:
@@ -247,7 +276,9 @@ private slots:
         QTest::addColumn<QString>("message");    // in the failure's message ("" for success); never "OK"
         QTest::addColumn<QString>("channelError"); // why the channel could not be opened ("" when it opened)
         QTest::addColumn<QString>("lastLine");   // the step's last log line before the shutdown ("" to skip)
-        QTest::addColumn<int>("outcome");        // 0 updated, 1 untouched, 2 calibration saved only, 3 nothing saved
+        // 0 updated, 1 untouched, 2 calibration saved only, 3 nothing saved, 4 programmed up to the
+        // block refused at --fail-program's address, nothing from that block on
+        QTest::addColumn<int>("outcome");
         const QStringList none;
         const QString notOpened = QStringLiteral("Communications Port failed to initialise");
         QTest::newRow("serial") << none << "serial" << none << "" << "" << "Instrument Restarted" << 0;
@@ -265,11 +296,15 @@ private slots:
                                         << "Checksum Error,  Target = H" << 2;
         QTest::newRow("erase fails") << QStringList{"--fail-erase", "0x20000"} << "serial" << none
                                      << "FLASH ERASE ERROR, failed at address = 20000" << "" << "FlashDelete ERROR" << 2;
-        QTest::newRow("a block fails") << QStringList{"--fail-program", "0x12345"} << "serial" << none
-                                       << "PROGRAMMING ERROR, failed at address 12345" << "" << "Prog ERROR" << 2;
+        QTest::newRow("an erase the transfer program does not know")
+            << QStringList{"--unknown", "erase"} << "serial" << none
+            << "the instrument did not erase the 262144 bytes at H0 (status 65535)" << "" << "FlashDelete ERROR" << 2;
+        // At the line rate, so that blocks are on their way behind the refused one.
+        QTest::newRow("a block fails") << QStringList{"paced", "--time-scale", "0", "--fail-program", "0x12345"} << "serial" << none
+                                       << "PROGRAMMING ERROR, failed at address 12345" << "" << "Prog ERROR" << 4;
         QTest::newRow("the last block of an image fails") << QStringList{"--fail-program", "0x102FF8"} << "serial" << none
-                                                          << "program the block at H102FF8" << "" << "" << 2;
-        QTest::newRow("voltage refused") << QStringList{"--refuse-voltage"} << "serial" << none << "PROGRAMMING POWER ON ERROR0" << ""
+                                                          << "PROGRAMMING ERROR, failed at address 102FF8" << "" << "Prog ERROR" << 4;
+        QTest::newRow("voltage refused") << QStringList{"--refuse-voltage"} << "serial" << none << "PROGRAMMING POWER ON ERROR45" << ""
                                          << "Error setting Programming Voltage On" << 2;
         QTest::newRow("the port goes while programming")
             << QStringList{"--disconnect-after", "12000"} << "serial" << none
@@ -346,6 +381,14 @@ private slots:
             QVERIFY2(closing > 0 && lines.at(closing - 1).startsWith(lastLine), qPrintable(lines.join(QLatin1Char('\n'))));
 
         QCOMPARE(bytesOf(m_readBack), outcome == 3 || outcome == 1 ? QByteArray() : m_calibration);
+        if (outcome == 4) {
+            const int64_t refusedAt = faults.at(faults.indexOf(QStringLiteral("--fail-program")) + 1).toLongLong(nullptr, 0);
+            const int64_t image = refusedAt < 0x100000 ? 0x10000 : 0x100000;
+            const int64_t block = image + (refusedAt - image) / 240 * 240;
+            QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip(block));
+            QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29LV800"), 0x100000),
+                     expectedLanguageChip(QStringLiteral("TEXT_EN.BIN"), block));
+        }
         if (outcome == 0) {
             QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip());
             QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29LV800"), 0x100000),
@@ -357,27 +400,46 @@ private slots:
         }
     }
 
-    // A run that failed leaves the instrument ready for the next: a package whose transfer
-    // program the boot ROM refuses, then the right one.
-    void aSecondRunAfterAFailedOneCompletes()
+    // A run that failed leaves the instrument ready for the next, without switching it off: one
+    // whose transfer program the boot ROM refused, and one that failed (at a read-back of its
+    // own) with its transfer program running, which the next run goes on with. Another transfer
+    // program left running ends the next run at once with what to do.
+    void aSecondRunAfterAFailedOne_data()
     {
+        QTest::addColumn<QByteArray>("transferProgram"); // the first package's ("" the demo's)
+        QTest::addColumn<QString>("firstLastLine");
+        QTest::addColumn<QString>("secondMessage"); // "" when the second run updates the instrument
+        QTest::newRow("the boot ROM refused the transfer program")
+            << QByteArray("XXXX") + QByteArray(2044, '\0') << "Transfer Program Failed, Error Code = 2" << "";
+        QTest::newRow("the transfer program still runs") << QByteArray() << "Read ERROR" << "";
+        QTest::newRow("another transfer program still runs")
+            << QByteArray("KDTP") + QByteArray(2044, '\1') << "Read ERROR"
+            << "another transfer program runs in the instrument (CRC-32 ";
+    }
+    void aSecondRunAfterAFailedOne()
+    {
+        QFETCH(QByteArray, transferProgram);
+        QFETCH(QString, firstLastLine);
+        QFETCH(QString, secondMessage);
         InstrumentProcess instrument(instrumentArgs());
-        const QString broken = member(QStringLiteral("broken/Model7.KDPKG"));
-        QVERIFY(QDir().mkpath(QFileInfo(broken).path()));
-        PackageBuilder builder;
-        ZipArchive demo(m_package);
-        for (const auto &[name, size] : demo.members())
-            builder.addMember(name, name == QStringLiteral("TP207.BIN") ? QByteArray("XXXX") + QByteArray(2044, '\0')
-                                                                         : demo.read(*demo.find(name)).value_or(QByteArray()));
-        QString error;
-        QVERIFY2(builder.write(broken, &error), qPrintable(error));
-        const CliRun bad = run({"update", broken}, instrument.device());
+        const QString first = variant(transferProgram);
+        QVERIFY(!first.isEmpty());
+        const CliRun bad = run({"update", first, "--overwrite"}, instrument.device());
         QCOMPARE(bad.exitCode, 1);
-        QVERIFY2(bad.text().contains(QStringLiteral("\nTransfer Program Failed, Error Code = 2\n")), qPrintable(bad.text()));
+        const QStringList lines = bad.text().split(QLatin1Char('\n'));
+        const qsizetype closing = lines.indexOf(QStringLiteral("Close Communication Channel"));
+        QVERIFY2(closing > 0 && lines.at(closing - 1).startsWith(firstLastLine), qPrintable(bad.text()));
         QFile::remove(m_readBack);
-        const CliRun good = run({"update", m_package}, instrument.device());
-        QCOMPARE(good.exitCode, 0);
-        QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip());
+        const CliRun second = run({"update", m_package}, instrument.device());
+        if (secondMessage.isEmpty()) {
+            QVERIFY2(second.exitCode == 0, qPrintable(second.text()));
+            QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip());
+        } else {
+            QCOMPARE(second.exitCode, 1);
+            QVERIFY2(second.text().contains(secondMessage)
+                         && second.text().contains(QStringLiteral("; switch the instrument off and on, then repeat the update")),
+                     qPrintable(second.text()));
+        }
     }
 
     void badUsageExitsWithTwo_data()

@@ -169,14 +169,26 @@ private slots:
         QCOMPARE(r.f->engine.QX_Error_GetLastErrorString(), QStringLiteral("GENERAL ERROR, Code =43"));
     }
 
+    // Also: the read-back range and the image are announced before their first block, and every
+    // block lies within what was announced.
     void blocksAndPercentagesOfA1000ByteImage()
     {
         RunFixture r(config());
         QVERIFY(r.f->engine.Upload());
-        QList<QVariantList> blocks;
-        for (const auto &call : *r.f->calls)
-            if (call.name == QStringLiteral("ProgramBlock"))
+        QList<QVariantList> blocks, announced;
+        for (const auto &call : *r.f->calls) {
+            if (call.name == QStringLiteral("AnnounceRange"))
+                announced << call.args;
+            const bool read = call.name == QStringLiteral("ReadMemory");
+            if (!read && call.name != QStringLiteral("ProgramBlock"))
+                continue;
+            const int start = call.args.at(read ? 1 : 0).toInt(), count = call.args.at(read ? 2 : 1).toInt();
+            QVERIFY(!announced.isEmpty() && start >= announced.last().at(0).toInt()
+                    && start + count <= announced.last().at(0).toInt() + announced.last().at(1).toInt());
+            if (!read)
                 blocks << call.args;
+        }
+        QCOMPARE(announced, (QList<QVariantList>{{0, 1000}, {0x10000, 1000}}));
         QCOMPARE(blocks.size(), 5);
         const QList<int> offsets = {0, 240, 480, 720, 960};
         const QList<int> sizes = {240, 240, 240, 240, 40};

@@ -1,5 +1,6 @@
 // Frames and their decoder; the link, its request pipeline and the transfer program's loader,
-// over a scripted transport.
+// over a scripted transport; the protocol document's example exchange, byte for byte.
+#include "instrument/SimulatedInstrument.h"
 #include "link/LinkTimeouts.h"
 #include "link/RequestPipeline.h"
 #include "link/TransferProgramLoader.h"
@@ -93,7 +94,9 @@ struct Channel {
 enum class Fault { LostBefore, LostAfter, WriteFailsInside, WriteFailsAfter, Silence, BusyForEver };
 enum class Before { Nothing, AnswerAtOnce, AnswerAfterResend };
 enum class Then { Nothing, PartOfTheAnswer, PartOfAnotherAnswer, PartOfABusyFrame, Timeout };
-enum class Load { Whole, SecondBlockRefused, PortGoes, LoaderGoes };
+// What answers the loader's Hello: the boot ROM, the package's transfer program left running,
+// another transfer program, a program that knows neither Hello nor LoadBlock.
+enum class Load { Whole, SecondBlockRefused, PortGoes, LoaderGoes, SameProgram, OtherProgram, NoBootRom };
 constexpr double MsPerByte = 0.1;
 constexpr int PartBytes = 40;
 } // namespace
@@ -246,6 +249,7 @@ private slots:
         QFETCH(Fault, fault);
         QFETCH(QString, reason);
         Channel c;
+        c.pipeline.expectRange(0x5000, 10 * 240);
         if (fault == Fault::WriteFailsInside || fault == Fault::WriteFailsAfter)
             c.transport.failNextWrites(1, fault == Fault::WriteFailsInside ? When::InsideTheCall : When::FromTheEventLoop);
         for (int i = 0; i < blocks; ++i)
@@ -343,26 +347,43 @@ private slots:
                  qPrintable(QString::number(paused)));
     }
 
-    // The boot ROM takes the program block by block, then starts it; a loader that goes
-    // sends nothing more.
+    // The boot ROM takes the program block by block, then starts it; the same program left
+    // running is used again; another program, or one that takes none, is a clear failure; a
+    // loader that goes sends nothing more.
     void theTransferProgramIsLoadedAndStarted_data()
     {
         QTest::addColumn<Load>("load");
         QTest::addColumn<QString>("outcome");
         QTest::addColumn<int>("sends");
-        QTest::newRow("loaded and started") << Load::Whole << "started 0" << 4;
-        QTest::newRow("a block refused") << Load::SecondBlockRefused << "the boot ROM refused the block at 20100 (status 1)" << 2;
+        const QString powerCycle = QStringLiteral("; switch the instrument off and on, then repeat the update");
+        QTest::newRow("loaded and started") << Load::Whole << "started 0" << 5;
+        QTest::newRow("a block refused") << Load::SecondBlockRefused << "the boot ROM refused the block at 20100 (status 1)" << 3;
         QTest::newRow("the port goes") << Load::PortGoes << ScriptedTransport::Lost << 1;
         QTest::newRow("the loader goes") << Load::LoaderGoes << "" << 1;
+        QTest::newRow("the same program still runs") << Load::SameProgram << "started 0" << 1;
+        QTest::newRow("another program runs") << Load::OtherProgram
+                                              << "another transfer program runs in the instrument (CRC-32 ce3037ca, 600 bytes; "
+                                                 "this package's is ce3037c9, 600 bytes)" + powerCycle
+                                              << 1;
+        QTest::newRow("no boot ROM answers") << Load::NoBootRom
+                                             << "the instrument runs a program that takes no transfer program (status 65535 at "
+                                                "the block at 20000)" + powerCycle
+                                             << 2;
     }
     void theTransferProgramIsLoadedAndStarted()
     {
         QFETCH(Load, load);
         QFETCH(QString, outcome);
+        constexpr uint32_t ImageCrc = 0xCE3037C9; // 600 bytes of "k"
         Channel c;
         c.transport.instrument = [&](const Frame &request) {
+            const bool running = load == Load::SameProgram || load == Load::OtherProgram;
+            if (request.type == Protocol::Hello && running)
+                return Protocol::Writer().u16(Protocol::Status::Ok).u32(ImageCrc + (load == Load::OtherProgram)).u32(600).done();
             if (request.type == Protocol::Start)
                 return Protocol::Writer().u32(Protocol::StartResult::Running).done();
+            if (request.type == Protocol::Hello || load == Load::NoBootRom)
+                return Protocol::Writer().u16(Protocol::Status::Unknown).done();
             const bool refused = load == Load::SecondBlockRefused && Protocol::Reader(request.payload).u32() == 0x20100;
             return Protocol::Writer().u16(refused ? Protocol::Status::BadBlockSum : Protocol::Status::Ok).done();
         };
@@ -380,39 +401,73 @@ private slots:
         settle();
         QCOMPARE(outcomes.value(0), outcome);
         QTEST(int(c.transport.written.size()), "sends");
-        for (qsizetype i = 0; i + 1 < c.transport.written.size(); ++i)
-            QCOMPARE(Protocol::Reader(c.transport.sent(i).payload).u32(), uint32_t(0x20000 + i * Protocol::LoadBlockBytes));
+        QCOMPARE(c.transport.sent(0).type, uint8_t(Protocol::Hello)); // first, on every channel
+        for (qsizetype i = 1; i < c.transport.written.size() && c.transport.sent(i).type == Protocol::LoadBlock; ++i)
+            QCOMPARE(Protocol::Reader(c.transport.sent(i).payload).u32(), uint32_t(0x20000 + (i - 1) * Protocol::LoadBlockBytes));
     }
 
-    // Blocks are answered once on their way, up to the window; any other request waits until
-    // every block is answered, so it is carried out after them.
-    void programBlocksAreAnsweredOnceOnTheirWay()
+    // The engine's blocks within an image of `blocks` blocks (0: none announced). Events: sN the
+    // engine submits block N, aN the instrument answers the N-th frame written ("done"), or
+    // aN:K with a refusal at block K's address. Then what the engine was told, and the frames
+    // written: blocks are answered on their way but for the image's last, whose answer waits
+    // for every block's and carries the first refusal; a refusal answers the next block
+    // unsent; the oldest block on the way is never outrun by more than the instrument keeps.
+    void programBlocks_data()
     {
+        QTest::addColumn<int>("blocks");
+        QTest::addColumn<QString>("events");
+        QTest::addColumn<QString>("told"); // status@block of each answer to the engine
+        QTest::addColumn<int>("written");
+        QTest::newRow("on their way, the last after every answer")
+            << 4 << "s0 s1 s2 s3 a0 a3 a1 a2" << "66@0 66@1 66@2 66@3" << 4;
+        QTest::newRow("the last waits for the blocks before it") << 4 << "s0 s1 s2 s3 a0 a3 a1" << "66@0 66@1 66@2" << 4;
+        QTest::newRow("a refusal answers the next block") << 4 << "s0 s1 a0:0 s2" << "66@0 66@1 67@0" << 2;
+        QTest::newRow("a refusal before the last comes with it")
+            << 4 << "s0 s1 s2 s3 a0 a3:1 a2:1 a1:1" << "66@0 66@1 66@2 67@1" << 4;
+        QTest::newRow("the last refused") << 2 << "s0 s1 a1:1 a0" << "66@0 67@1" << 2;
+        QTest::newRow("the oldest on the way is not outrun")
+            << 12 << "s0 s1 s2 a1 s3 a2 s4 a3 s5 a4 s6 a5 s7 a6 s8 a7 a0"
+            << "66@0 66@1 66@2 66@3 66@4 66@5 66@6 66@7 66@8" << 9;
+        QTest::newRow("no image announced: each waits for its answer") << 0 << "s0 a0 s1 a1" << "66@0 66@1" << 2;
+    }
+    void programBlocks()
+    {
+        QFETCH(int, blocks);
+        QFETCH(QString, events);
+        const auto address = [](int block) { return 0x1000 + block * 240; };
         Channel c;
-        for (int i = 0; i <= Link::Window; ++i)
-            c.submit(program(0x1000 + i * 240));
-        QCOMPARE(c.answered.size(), Link::Window); // the window is full: the last block waits
-        QCOMPARE(c.transport.written.size(), Link::Window);
-        for (int i = 0; i < Link::Window; ++i)
-            QCOMPARE(c.answerPayload(i), programAnswer(Protocol::Status::Done, 0x1000 + i * 240));
-        c.answer(0, programAnswer(Protocol::Status::Done, 0x1000));
-        QCOMPARE(c.transport.written.size(), Link::Window + 1);
-        QCOMPARE(c.answered.size(), Link::Window + 1);
-        c.submit(voltageOff);
-        for (int i = 1; i <= Link::Window; ++i) {
-            QCOMPARE(c.transport.written.size(), Link::Window + 1);
-            c.answer(i, programAnswer(Protocol::Status::Done, 0x1000 + i * 240));
+        if (blocks > 0)
+            c.pipeline.expectRange(address(0), blocks * 240);
+        for (const QString &event : events.split(QLatin1Char(' '))) {
+            const QStringList parts = event.mid(1).split(QLatin1Char(':'));
+            const int n = parts[0].toInt();
+            if (event.startsWith(QLatin1Char('s')))
+                c.submit(program(address(n)));
+            else if (parts.size() == 1)
+                c.answer(n, programAnswer(Protocol::Status::Done, address(n)));
+            else
+                c.answer(n, programAnswer(Protocol::Status::ProgramFailed, address(parts[1].toInt())));
         }
-        QCOMPARE(c.transport.sent(Link::Window + 1).type, uint8_t(Protocol::VoltageOff));
-        c.answer(Link::Window + 1, Protocol::Writer().u16(Protocol::Status::VoltageIsOff).done());
-        QCOMPARE(c.answered.last().at(0).value<Kind>(), Kind::VoltageOff);
+        QStringList told;
+        for (qsizetype i = 0; i < c.answered.size(); ++i) {
+            Protocol::Reader answer(c.answerPayload(i));
+            const uint16_t status = answer.u16();
+            told << QStringLiteral("%1@%2").arg(status).arg((int(answer.u32()) - address(0)) / 240);
+        }
+        QTEST(told.join(QLatin1Char(' ')), "told");
+        QTEST(int(c.transport.written.size()), "written");
+        const bool nothingOnTheWay = c.link.outstanding() == 0;
+        c.submit(voltageOff); // carried out after every block
+        QCOMPARE(c.transport.sent(c.transport.written.size() - 1).type == Protocol::VoltageOff, nothingOnTheWay);
     }
 
-    // A read also asks for the range after it, which answers the engine's next read at once
-    // or when it arrives; a read elsewhere or any other request drops it.
+    // A read also asks for the block after it, never past the end of the range being read,
+    // which answers the engine's next read at once or when it arrives; a read elsewhere or any
+    // other request drops it. Outside the range nothing is read ahead.
     void readsAreServedFromTheReadAhead()
     {
         Channel c;
+        c.pipeline.expectRange(0, 780);
         c.submit(read(0, 240));
         QCOMPARE(c.sentPayload(1), read(240, 240).payload);
         c.answer(0, readAnswer('A', 240));
@@ -422,19 +477,57 @@ private slots:
         QCOMPARE(c.sentPayload(2), read(480, 240).payload);
         c.submit(read(480, 240)); // still on its way
         QCOMPARE(c.answered.size(), 2);
+        QCOMPARE(c.sentPayload(3), read(720, 60).payload); // the rest of the range, no more
         c.answer(2, readAnswer('C', 240));
         QCOMPARE(c.answerPayload(2), readAnswer('C', 240));
+        c.answer(3, readAnswer('D', 60));
+        c.submit(read(720, 60));
+        QCOMPARE(c.answerPayload(3), readAnswer('D', 60));
+        QCOMPARE(c.transport.written.size(), 4); // nothing past the end
 
-        c.submit(read(720, 60)); // the end of the range: shorter than the read ahead
-        c.answer(3, readAnswer('D', 240));
-        QCOMPARE(c.sentPayload(4), read(720, 60).payload);
-        c.answer(4, readAnswer('E', 60));
-        QCOMPARE(c.answerPayload(3), readAnswer('E', 60));
+        c.submit(read(0, 240));
         c.submit(voltageOff); // programming may follow: what was read ahead is stale
-        c.answer(5, readAnswer('F', 60));
+        c.answer(4, readAnswer('E', 240));
+        c.answer(5, readAnswer('F', 240));
         c.answer(6, Protocol::Writer().u16(Protocol::Status::VoltageIsOff).done());
-        c.submit(read(780, 60));
-        QCOMPARE(c.sentPayload(7), read(780, 60).payload); // asked again, not served from before
+        c.submit(read(240, 240));
+        QCOMPARE(c.sentPayload(7), read(240, 240).payload); // asked again, not served from before
+        c.submit(read(780, 60)); // outside the range: nothing read ahead
+        c.answer(7, readAnswer('G', 240));
+        c.answer(8, readAnswer('H', 240));
+        QCOMPARE(c.sentPayload(9), read(780, 60).payload);
+        QCOMPARE(c.transport.written.size(), 10);
+    }
+
+    // The example exchange of docs/protocol.md, replayed into the simulated instrument: it
+    // answers each request with exactly the bytes shown, and the host's frames are exactly what
+    // the host's encoder makes (CRC, stuffing, field order).
+    void theDocumentedExampleIsExact()
+    {
+        QFile document(QStringLiteral(VARNOLT_PROTOCOL_DOC));
+        QVERIFY(document.open(QIODevice::ReadOnly));
+        InstrumentOptions options;
+        options.flash = {{QStringLiteral("AM29F040"), 0}};
+        options.timeScale = 0;
+        SimulatedInstrument instrument(options);
+        QByteArray said;
+        connect(&instrument, &SimulatedInstrument::send, this, [&](const QByteArray &bytes) { said += bytes; });
+        QList<QPair<QByteArray, QByteArray>> exchanges; // a request and the answer to it
+        for (const QByteArray &line : document.readAll().split('\n')) {
+            if (line.startsWith("host "))
+                exchanges.append({QByteArray::fromHex(line.mid(5)), {}});
+            else if (line.startsWith("inst ") && !exchanges.isEmpty())
+                exchanges.last().second += QByteArray::fromHex(line.mid(5));
+        }
+        QCOMPARE(exchanges.size(), 23);
+        for (const auto &[request, answer] : std::as_const(exchanges)) {
+            said.clear();
+            instrument.receive(request);
+            QCOMPARE(said.toHex(' '), answer.toHex(' '));
+            const QList<Frame> frames = FrameDecoder().feed(request);
+            if (!frames.isEmpty()) // the damaged one excepted
+                QCOMPARE(frames.first().encode().toHex(' '), request.toHex(' '));
+        }
     }
 };
 

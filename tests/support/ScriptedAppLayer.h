@@ -93,6 +93,7 @@ public:
     void Restart() override;
     void ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex,
                       const uint8_t *data) override;
+    void AnnounceRange(int32_t address, int32_t length) override { record(QStringLiteral("AnnounceRange"), {address, length}); }
     void GetManufacturerCode(int32_t &code) override { record(QStringLiteral("GetManufacturerCode")); code = m_manufacturerCode; }
     void ReadMemory(uint8_t architecture, int32_t address, int32_t count) override;
     void RequestChecksum(uint8_t architecture, int32_t address, int32_t length) override;
