@@ -257,7 +257,7 @@ void Link::failForLostTransport()
         fail(Failure::TransportLost, *m_lost);
 }
 
-void Link::fail(Failure failure, const QString &reason)
+void Link::abandon()
 {
     m_timer.stop();
     m_busySinceMs.reset();
@@ -266,5 +266,10 @@ void Link::fail(Failure failure, const QString &reason)
         transport.pauseReading(0);
         transport.setAwaitingAnswers(false);
     });
+}
+
+void Link::fail(Failure failure, const QString &reason)
+{
+    abandon();
     emit failed(failure, reason);
 }

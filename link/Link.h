@@ -48,6 +48,10 @@ public:
     // Sends a request and returns its number; exactly one of replied (with that number) or
     // failed follows, from the event loop. expectedReplyBytes sizes the wait for the answer.
     uint8_t request(uint8_t type, const QByteArray &payload, int expectedReplyBytes);
+    // Forgets every request on the way without a word: nothing of them is sent again, and
+    // their answers, should any come, are ignored. For a line whose rate the far end may not
+    // have followed.
+    void abandon();
     // Requests sent and not answered yet.
     int outstanding() const { return int(m_outstanding.size()); }
     // Whether another request may go before the earlier ones are answered: fewer than Window

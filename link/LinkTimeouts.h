@@ -33,6 +33,21 @@ inline constexpr auto VoltageOffAtClose = 2s;
 // 1000 a full 260-byte frame is lost about one time in four; eight sends lose a request about
 // once in 100,000, and a dead line is still given up within a few seconds.
 inline constexpr int MaxAttempts = 8;
+// The line-rate switch (docs/protocol.md, "Line rate"). The instrument's own: at a switched
+// rate it returns to the package's rate once this long has passed without an intact frame
+// since it switched, since it answered Restart, or since a byte came after the last intact
+// frame (a host speaking at another rate). Long next to the turnaround of a request at any
+// rate, short enough that a failed switch costs about a second.
+inline constexpr auto RateFallback = 1s;
+// How long the host waits for the answer to its first request at the new rate. Request and
+// answer take well under a millisecond on the wire; the time lets the link send the request
+// twice more (ReplyMargin) against a damaged frame and stays well inside RateFallback, so
+// the instrument has not gone back while the host still tries.
+inline constexpr auto RateProof = 700ms;
+// After a failed proof, the host speaks at the package's rate again only once the instrument
+// has surely gone back too: RateFallback from the host's own switch, which came a little after
+// the instrument's, and the margin of any reply for the instrument's clock and the host's.
+inline constexpr auto RateFallbackWait = RateFallback + ReplyMargin;
 // The shortest pause in reading worth a timer: a line delivers in pieces a millisecond or two
 // apart (a UART's FIFO, a USB adapter's latency timer, the simulated line's 2 ms steps), so a
 // shorter pause would cost a timer's wake-up to save one or two.

@@ -29,6 +29,13 @@ RequestPipeline::RequestPipeline(Link &link, QObject *parent) : QObject(parent),
 void RequestPipeline::expectRange(int32_t address, int32_t length)
 {
     m_range = Range{uint32_t(address), uint32_t(std::max(length, 0))};
+    if (m_compressor)
+        m_compressor->startImage();
+}
+
+void RequestPipeline::packBlocks(bool pack)
+{
+    m_compressor = pack ? std::make_unique<BlockCompressor>() : nullptr;
 }
 
 void RequestPipeline::reset()
@@ -96,7 +103,12 @@ void RequestPipeline::dispatch(const Request &request)
             this, [this, failure] { emit programmingFailedEarlier(failure.address, failure.status); }, Qt::QueuedConnection);
         return;
     }
-    const uint8_t sequence = m_link.request(request.type, request.payload, request.expectedReplyBytes);
+    if (request.kind == Kind::VoltageOn && m_compressor)
+        m_compressor->startImage();
+    const BlockCompressor::Request sent = request.kind == Kind::Program && m_compressor
+                                              ? m_compressor->pack(request.payload)
+                                              : BlockCompressor::Request{request.type, request.payload};
+    const uint8_t sequence = m_link.request(sent.type, sent.payload, request.expectedReplyBytes);
     if (request.kind == Kind::Program && answersEarly(request)) {
         m_inFlight[sequence] = {Purpose::ProgramBehind, Kind::Program};
         answer(Kind::Program, programAnswer(Protocol::Status::Done, request.address));

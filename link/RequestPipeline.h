@@ -14,15 +14,19 @@
 //  - every other request waits until the link has nothing on the way, so it is carried out
 //    after everything sent before it.
 // Outside a range, or without one, every request waits for its own answer.
+// With packBlocks, every Program request goes out compressed as it is dispatched
+// (BlockCompressor), one stream per image: each range and each VoltageOn starts a new one.
 // Answers and failures are always raised from the event loop, never inside submit. The link
 // never answers or fails inside its request() either, so every request is recorded as on the
 // way before anything can be heard of it.
+#include "link/BlockCompressor.h"
 #include "link/Link.h"
 #include "link/Protocol.h"
 
 #include <QByteArray>
 #include <QObject>
 #include <map>
+#include <memory>
 #include <optional>
 
 class RequestPipeline : public QObject {
@@ -47,6 +51,8 @@ public:
     // The range that the Program or Read requests from now on cover: an image, or a range read
     // back.
     void expectRange(int32_t address, int32_t length);
+    // Whether Program requests go out compressed (the instrument takes ProgramPacked).
+    void packBlocks(bool pack);
     // Forgets everything on the way (the channel is closing).
     void reset();
 
@@ -110,5 +116,6 @@ private:
     std::optional<QByteArray> m_waitingBlockAnswer; // the instrument's answer to the engine's block
     std::optional<ProgramFailure> m_programFailure;
     std::optional<std::pair<Link::Failure, QString>> m_linkFailure;
+    std::unique_ptr<BlockCompressor> m_compressor; // when the instrument takes packed blocks
     bool m_inSubmit = false;
 };
