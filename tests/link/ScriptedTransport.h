@@ -3,6 +3,7 @@
 // the test says, and fails as real ones do: to open, on a write (from the event loop, or
 // inside the call as a badly behaved transport would), or while nothing is on the way. As an
 // instrument it answers every request at once, from the event loop, losing chosen answers.
+// As a serial port it takes the rates up to its fastest and records every change of rate.
 #include "link/FrameDecoder.h"
 #include "link/Protocol.h"
 #include "link/Transport.h"
@@ -32,6 +33,10 @@ public:
     std::optional<QString> openFailure;
     std::function<QByteArray(const Frame &)> instrument; // the payload of its Reply to a request
     QSet<qsizetype> lostAnswers;                         // writes whose answers never come
+    int rate = 0;         // the line's rate; 0 for none of its own (GPIB)
+    int fastestTaken = 0; // the fastest rate the port takes
+    int deafAt = -1;      // the instrument hears nothing sent at this rate (a lost switch)
+    QList<int> rates;     // every rate it was set to, in order
 
     void open() override { openFailure ? reportFailed(*openFailure) : reportOpened(); }
     void write(const QByteArray &bytes) override
@@ -40,7 +45,7 @@ public:
         if (m_failingWrites > 0) {
             --m_failingWrites;
             m_failWhen == When::InsideTheCall ? emit failed(Lost) : reportFailed(Lost);
-        } else if (instrument && !lostAnswers.contains(written.size() - 1)) {
+        } else if (instrument && !lostAnswers.contains(written.size() - 1) && rate != deafAt) {
             for (const Frame &request : FrameDecoder().feed(bytes))
                 answerLater(Frame{request.sequence, Protocol::Reply, instrument(request)}.encode());
         }
@@ -48,6 +53,14 @@ public:
     void close() override { dropReports(); }
     double wireTimeMs(int count) const override { return count * msPerByte; }
     void pauseReading(double ms) override { pauses << ms; }
+    int lineRate() const override { return rate; }
+    bool takesRate(int baud) override { return baud <= fastestTaken; }
+    bool setLineRate(int baud) override
+    {
+        rates << baud;
+        rate = baud;
+        return true;
+    }
 
     void failNextWrites(int count, When when)
     {
