@@ -119,6 +119,7 @@ public:
     int32_t ManufacturerCode = 0;
     int32_t DeviceCode = 0;
     int32_t TargetChecksum = 0;
+    uint32_t TargetRangeCrc = 0;
     int32_t ProgressCount = 0;
     int32_t ProgressDrawn = 0;
     bool AnimateReverse = false;

@@ -34,7 +34,7 @@ std::optional<uint8_t> requestType(const QString &name)
         {QStringLiteral("restart"), Protocol::Restart},     {QStringLiteral("program"), Protocol::Program},
         {QStringLiteral("read"), Protocol::Read},           {QStringLiteral("checksum"), Protocol::Checksum},
         {QStringLiteral("hello"), Protocol::Hello},         {QStringLiteral("abilities"), Protocol::Abilities},
-        {QStringLiteral("switch-rate"), Protocol::SwitchRate}};
+        {QStringLiteral("switch-rate"), Protocol::SwitchRate}, {QStringLiteral("range-crc"), Protocol::RangeCrc}};
     const auto it = types.find(name);
     return it == types.end() ? std::nullopt : std::optional<uint8_t>(it.value());
 }
@@ -64,7 +64,7 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     const QCommandLineOption stallAt(QStringLiteral("stall-at"),
                                      QStringLiteral("Stop answering for MS from the first REQUEST on (load, start, identify, "
                                                     "voltage-on, voltage-off, erase, restart, program (plain or packed), read, checksum, hello, "
-                                                    "abilities, switch-rate)."),
+                                                    "abilities, switch-rate, range-crc)."),
                                      QStringLiteral("REQUEST:MS"));
     const QCommandLineOption refuseVoltage(QStringLiteral("refuse-voltage"), QStringLiteral("Never switch the programming voltage on."));
     const QCommandLineOption failErase(QStringLiteral("fail-erase"), QStringLiteral("Fail an erase that covers this address."), QStringLiteral("ADDRESS"));
@@ -76,7 +76,7 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     const QCommandLineOption loseSwitch(QStringLiteral("lose-switch"),
                                         QStringLiteral("Switch the line's rate, then hear nothing until it falls back."));
     const QCommandLineOption basic(QStringLiteral("basic-transfer-program"),
-                                   QStringLiteral("A transfer program that names no abilities: no rate switch, no packed blocks."));
+                                   QStringLiteral("A transfer program that names no abilities: no rate switch, no packed blocks, no range checksums."));
     parser.addOptions({flash, load, dump, baud, maxBaud, noPacing, timeScale, tcp, gpib, gpibRate, seed, corrupt, drop, disconnect, stall,
                        stallAt, refuseVoltage, failErase, failProgram, wrongChecksum, unknown, refuseBaud, loseSwitch, basic});
     if (!parser.parse(arguments)) {

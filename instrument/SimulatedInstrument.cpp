@@ -20,12 +20,16 @@ constexpr Layout Layouts[] = {
     {Restart, 0, 0, 2},                    {Program, 7, 6 + LargestBlock, 6}, {Read, 9, 9, 2},
     {Checksum, 9, 9, 6},                   {Hello, 0, 0, 10},     {Abilities, 0, 0, 10},
     {SwitchRate, 4, 4, 2},                 {ProgramPacked, 9, 8 + LargestBlock, 6},
+    {RangeCrc, 9, 9, 6},
 };
 // The time the instrument's processor takes to inflate a packed block, per byte it yields: a
 // 32-bit microcontroller inflates some 4 MB a second, far less than a byte's program time.
 constexpr double InflateUsPerByte = 0.25;
+// The time its processor takes for a range's CRC-32, per byte: a table-driven loop over flash
+// on a small processor, some 2 MB a second.
+constexpr double RangeCrcUsPerByte = 0.5;
 // The request types that came with the abilities: a transfer program from before knows none.
-constexpr uint8_t AbilityRequests[] = {Abilities, SwitchRate, ProgramPacked};
+constexpr uint8_t AbilityRequests[] = {Abilities, SwitchRate, ProgramPacked, RangeCrc};
 
 // What a request is as a fault option names it: a packed block is a program block.
 uint8_t kindOf(uint8_t type)
@@ -293,6 +297,7 @@ QByteArray SimulatedInstrument::transferProgram(const Frame &request, double &wo
     case SwitchRate: return switchRate(in);
     case Read: return read(in);
     case Checksum: return checksum(in);
+    case RangeCrc: return rangeCrc(in, workMs);
     default: // Hello
         return Writer().u16(Status::Ok).u32(m_programCrc).u32(m_programLength).done();
     }
@@ -301,16 +306,18 @@ QByteArray SimulatedInstrument::transferProgram(const Frame &request, double &wo
 bool SimulatedInstrument::knows(uint8_t type) const
 {
     const bool ability = std::find(std::begin(AbilityRequests), std::end(AbilityRequests), type) != std::end(AbilityRequests);
-    return type >= Identify && type <= ProgramPacked && kindOf(type) != m_options.unknownType
+    return type >= Identify && type <= RangeCrc && kindOf(type) != m_options.unknownType
            && !(ability && m_options.basicTransferProgram);
 }
 
 QByteArray SimulatedInstrument::abilities() const
 {
+    // A transfer program names only what it knows.
+    const uint32_t rangeCrc = knows(RangeCrc) ? Ability::RangeChecksums : 0;
     return Writer()
         .u16(Status::Ok)
         .u32(uint32_t(m_rate.highestRate()))
-        .u32(Ability::SwitchRate | Ability::PackedBlocks)
+        .u32(Ability::SwitchRate | Ability::PackedBlocks | rangeCrc)
         .done();
 }
 
@@ -411,6 +418,17 @@ QByteArray SimulatedInstrument::checksum(Reader &in) const
     if (m_options.wrongChecksum)
         ++sum;
     return Writer().u16(Status::Ok).u32(sum & 0xFF).done();
+}
+
+QByteArray SimulatedInstrument::rangeCrc(Reader &in, double &workMs) const
+{
+    in.u8();
+    const uint32_t address = in.u32();
+    const std::optional<QByteArray> bytes = m_flash.read(address, in.u32());
+    if (!bytes)
+        return Writer().u16(Status::OutsideFlash).u32(0).done();
+    workMs = double(bytes->size()) * RangeCrcUsPerByte / 1000.0;
+    return Writer().u16(Status::Ok).u32(crc32Of(*bytes)).done();
 }
 
 QByteArray SimulatedInstrument::restart()

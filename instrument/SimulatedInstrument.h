@@ -72,6 +72,7 @@ private:
     bool knows(uint8_t type) const;
     QByteArray read(Reader &in) const;
     QByteArray checksum(Reader &in) const;
+    QByteArray rangeCrc(Reader &in, double &workMs) const;
     QByteArray restart();
     // The request after the answer to it has gone: a switch of the line's rate.
     void afterAnswer(const Frame &request, const QByteArray &answer);

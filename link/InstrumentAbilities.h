@@ -9,7 +9,7 @@
 struct InstrumentAbilities {
     int highestRate = 0;         // the fastest line rate it takes with SwitchRate; 0: it does not switch
     bool packedBlocks = false;   // it takes ProgramPacked
-    bool rangeChecksums = false; // it takes the range checksum request of a later version
+    bool rangeChecksums = false; // it takes RangeCrc
 
     static InstrumentAbilities fromAnswer(const QByteArray &payload)
     {

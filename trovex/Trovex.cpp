@@ -42,6 +42,7 @@ void Trovex::OpenChannel(const QString &initString)
 {
     CloseChannel(); // a second open replaces the first channel
     setError(TrovexError::None, QString());
+    m_abilities = {};
     // "clsid:<class> <port>:<baud>,E,8,1" for a serial port, "clsid:<class> GPIB0" for GPIB.
     static const QRegularExpression serial(QStringLiteral("^clsid:\\S+\\s+(.+):(\\d+),E,8,1$"),
                                            QRegularExpression::CaseInsensitiveOption);
@@ -153,6 +154,7 @@ void Trovex::setUpLine(int32_t &result)
     connect(&line, &LineRateSwitch::finished, &line,
             [&](const InstrumentAbilities &abilities, int rate, const QString &note) {
                 settled = true;
+                m_abilities = abilities;
                 m_pipeline->packBlocks(abilities.packedBlocks);
                 emit lineSettled(rate, abilities.packedBlocks, note);
             });
@@ -245,6 +247,11 @@ void Trovex::RequestChecksum(uint8_t architecture, int32_t address, int32_t leng
     submit({Kind::Checksum, Protocol::Checksum, Protocol::Writer().u8(architecture).u32(uint32_t(address)).u32(uint32_t(length)).done()});
 }
 
+void Trovex::RequestRangeCrc(uint8_t architecture, int32_t address, int32_t length)
+{
+    submit({Kind::RangeCrc, Protocol::RangeCrc, Protocol::Writer().u8(architecture).u32(uint32_t(address)).u32(uint32_t(length)).done()});
+}
+
 void Trovex::GetEraseResult(int32_t &address, int16_t &status)
 {
     address = m_resultAddress;
@@ -320,6 +327,12 @@ int32_t Trovex::takeValues(Kind kind, Protocol::Reader &reply)
             setError(TrovexError::InstrumentRefused,
                      QStringLiteral("the instrument could not sum that range (status %1)").arg(m_status));
         return ResponseId::Checksum;
+    case Kind::RangeCrc:
+        m_rangeCrc = reply.u32();
+        if (m_status != Protocol::Status::Ok)
+            setError(TrovexError::InstrumentRefused,
+                     QStringLiteral("the instrument could not compute the CRC-32 of that range (status %1)").arg(m_status));
+        return ResponseId::RangeCrc;
     }
     return ResponseId::General;
 }

@@ -8,12 +8,14 @@
 // and the channel closes as after any failure. Once the transfer program runs,
 // UploadTransferProgram also asks it what it can do and moves a serial line to the fastest
 // rate both ends and the user allow (LineRateSwitch); Program requests then go compressed when
-// the program takes them. The engine sees none of it. Every other request goes to the transfer
+// the program takes them, and the engine may ask for range checksums when it answers them.
+// The engine sees none of the rest. Every other request goes to the transfer
 // program through the request pipeline, which keeps the line busy within the ranges the
 // engine announces, and is answered by one event. An answer whose status the request does
 // not document is an error event that names the status. Closing a channel on which the
 // programming voltage may still be on switches it off first.
 #include "engine/ApplicationLayer.h"
+#include "link/InstrumentAbilities.h"
 #include "link/LineRateLimit.h"
 #include "link/Link.h"
 #include "link/PortMap.h"
@@ -55,6 +57,9 @@ public:
     void GetProgramResult(int32_t &address, int16_t &status) override;
     void GetReadLength(int32_t &length) override { length = static_cast<int32_t>(m_readData.size()); }
     void GetReadData(uint8_t *data) override;
+    bool OffersRangeCrc() const override { return m_abilities.rangeChecksums; }
+    void RequestRangeCrc(uint8_t architecture, int32_t address, int32_t length) override;
+    void GetRangeCrc(uint32_t &crc) override { crc = m_rangeCrc; }
     void Shutdown() override;
     void CloseChannel() override;
     void GetErrorCode(int16_t &code) override { code = m_errorCode; }
@@ -107,9 +112,11 @@ private:
     int32_t m_manufacturer = 0;
     int32_t m_device = 0;
     int32_t m_checksum = 0;
+    uint32_t m_rangeCrc = 0;
     int32_t m_resultAddress = 0;
     QByteArray m_readData;
     int32_t m_requestAddress = 0; // of the engine's erase or read, for the messages
     int32_t m_requestCount = 0;
     bool m_voltageMayBeOn = false; // switched on, and not yet answered as off
+    InstrumentAbilities m_abilities; // of the transfer program that runs
 };
