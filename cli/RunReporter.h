@@ -3,12 +3,14 @@
 // current action and its percent, the whole run, bytes per second and time left), or one
 // JSON object per line for machines; and the result. With --log the log file also gets a
 // header (tool, package and its SHA-256, port and device, language, the line rate to try),
-// every line and, last, the line as it was used, the result and the exit status.
+// every line and, last, the line as it was used, each image's checksums, the ranges read back
+// again, the result and the exit status.
 #include "cli/CliOptions.h"
 #include "cli/RunLog.h"
 #include "cli/TimeLeft.h"
 
 #include <QElapsedTimer>
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QObject>
 #include <QTimer>
@@ -46,6 +48,8 @@ private:
     void emitJson(const QJsonObject &object);
     void emitProgress(double overall);
     QJsonObject resultObject(bool succeeded, const QString &text, int exitStatus) const;
+    // Each image's checksums: the 8-bit sum and the CRC-32, the host's and the instrument's.
+    QJsonArray imageChecks() const;
     QString device() const;
     bool serialPort() const;
     QString lineUsed() const;

@@ -18,8 +18,12 @@
 #include <QString>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
+class Crc32;
+class QFileDevice;
+class QSaveFile;
 class UploadDisplay;
 class UserPrompt;
 
@@ -146,6 +150,20 @@ public:
     bool eraseBegan() const { return m_eraseBegan; }
     int64_t BytesWritten = 0;  // image bytes the instrument took
     int64_t BytesVerified = 0; // of those, the bytes of images whose checksum matched
+    // The checksums of each image verified, or failed, in the last run: the 8-bit sum and,
+    // where the transfer program answers it, the CRC-32.
+    struct ImageCheck {
+        QString file;
+        int32_t address = 0;
+        int32_t length = 0;
+        int32_t hostSum = 0;
+        int32_t targetSum = 0;
+        uint32_t hostCrc = 0;
+        std::optional<uint32_t> targetCrc;
+    };
+    const std::vector<ImageCheck> &imageChecks() const { return m_imageChecks; }
+    // Ranges read back again because the instrument's CRC-32 did not match what arrived.
+    int readBackRereads() const { return m_readBackRereads; }
 
 signals:
     void ProgressUpdate(const QString &sDescription, int16_t iProgress);
@@ -166,6 +184,12 @@ private:
     // The memory that holds [start, end): the last in list order, or none.
     const QX_Memory *memoryHolding(int32_t start, int32_t end) const;
     bool readBackEntry(const QX_Download &entry, uint8_t *buffer);
+    // Reads the entry's range once into file, summing it into crc; false on a failure.
+    bool readRange(const QX_Download &entry, QSaveFile &file, uint8_t *buffer, Crc32 &crc);
+    bool fileFailure(const QString &path, const QFileDevice &file);
+    // The image's checksums once its 8-bit sum matched: the CRC-32 too, where the transfer
+    // program answers it. False (logged, and with a code) when it does not match.
+    bool verifyImageCrc(const QX_Program &entry, ImageCheck &check);
     // Reads the files the write-back entries program, whole, before anything is erased; false
     // (with the reason) when one cannot be written back.
     bool loadWriteBackImages();
@@ -182,6 +206,8 @@ private:
     std::vector<QString> m_tempCopies;  // configuration copies to remove at the end
     QHash<QString, QByteArray> m_writeBackImages; // by read-back file, for the current run
     bool m_transferOnly = false;
+    std::vector<ImageCheck> m_imageChecks;
+    int m_readBackRereads = 0;
     int m_highestLineRate = 0;
     QString m_openFailureReason;
     EngineClock m_clock = EngineClock::system();

@@ -33,6 +33,8 @@ bool QX_UploadProcess::Upload()
     m_identifiedChips.clear();
     BytesWritten = 0;
     BytesVerified = 0;
+    m_imageChecks.clear();
+    m_readBackRereads = 0;
 
     bool result = false;
     if (!ValidateConfiguration()) {

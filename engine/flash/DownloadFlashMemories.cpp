@@ -1,12 +1,14 @@
 // Reading the configured memory ranges back into files on the host, before anything is
 // erased. Each file is written beside its final name and put in place only when its range
-// was read completely, then flushed to disk: after the erase it may be the only copy of the
-// instrument's calibration data, and a failed read never destroys an earlier copy.
+// was read completely (and, where the transfer program answers range checksums, matches the
+// instrument's CRC-32 of the range), then flushed to disk: after the erase it may be the only
+// copy of the instrument's calibration data, and a failed read never destroys an earlier copy.
 #include "engine/QX_UploadProcess.h"
 
 #include "config/EntryFields.h"
 #include "config/ErrorCodes.h"
 #include "config/TextFormat.h"
+#include "engine/Crc32.h"
 #include "engine/Timeouts.h"
 
 #include <QDir>
@@ -58,17 +60,58 @@ bool QX_UploadProcess::readBackEntry(const QX_Download &entry, uint8_t *buffer)
 {
     const QString action = QStringLiteral("Read File = ") + entry.Filename();
     AddLogLine(action);
+    // Where the transfer program answers range checksums, the range is read until what
+    // arrived is what the flash holds: the file may be the only copy of the calibration data
+    // once the erase begins.
+    const bool verified = AppLayer->OffersRangeCrc();
+    for (int read = 1;; ++read) {
+        QSaveFile file(entry.Filename()); // discarded unless committed
+        if (!file.open(QIODevice::WriteOnly))
+            return fileFailure(entry.Filename(), file);
+        Crc32 received;
+        if (!readRange(entry, file, buffer, received))
+            return false;
+        if (CancelRequested)
+            return true; // the caller ends the pass; the earlier file stays untouched
+        if (verified) {
+            if (!request([&](ApplicationLayer &layer) {
+                    layer.RequestRangeCrc(static_cast<uint8_t>(ArchitectureIndex), entry.StartAddress(), entry.Length());
+                })) {
+                AddLogLine(QStringLiteral("Read ERROR"));
+                return false;
+            }
+            if (TargetRangeCrc != received.value()) {
+                if (read <= Timeouts::ReadBackRereads) {
+                    ++m_readBackRereads;
+                    continue;
+                }
+                AddLogLine(QStringLiteral("Read Verify ERROR"));
+                fail(ErrorCode::ReadBackUnverified,
+                     QStringLiteral(" %1: the %2 bytes at H%3, read %4 times, never matched the instrument's CRC-32 H%5 "
+                                    "(the last read gave H%6); nothing was erased, check the cable and run the update again")
+                         .arg(entry.Filename(), dec(entry.Length()), hex(entry.StartAddress()), dec(read),
+                              hex(int32_t(TargetRangeCrc)), hex(int32_t(received.value()))));
+                return false;
+            }
+        }
+        if (!file.commit())
+            return fileFailure(entry.Filename(), file);
+        syncFolderOf(entry.Filename());
+        return true;
+    }
+}
+
+bool QX_UploadProcess::fileFailure(const QString &path, const QFileDevice &file)
+{
+    fail(ErrorCode::UploadEntryInvalid, QLatin1Char(' ') + path + QStringLiteral(": ") + file.errorString());
+    return false;
+}
+
+bool QX_UploadProcess::readRange(const QX_Download &entry, QSaveFile &file, uint8_t *buffer, Crc32 &crc)
+{
+    const QString action = QStringLiteral("Read File = ") + entry.Filename();
     int16_t lastPercent = 0;
     ShowAction(action, lastPercent);
-
-    QSaveFile file(entry.Filename());
-    const auto fileFailure = [&] {
-        fail(ErrorCode::UploadEntryInvalid, QLatin1Char(' ') + entry.Filename() + QStringLiteral(": ") + file.errorString());
-        return false;
-    };
-    if (!file.open(QIODevice::WriteOnly))
-        return fileFailure();
-
     const auto componentFailure = [&](int16_t code) {
         QString text;
         AppLayer->GetErrorText(text);
@@ -112,7 +155,8 @@ bool QX_UploadProcess::readBackEntry(const QX_Download &entry, uint8_t *buffer)
             if (delivered > 0)
                 emptyReads = 0;
             if (file.write(reinterpret_cast<const char *>(buffer), delivered) != delivered)
-                return fileFailure();
+                return fileFailure(entry.Filename(), file);
+            crc.add(buffer, delivered);
             ++ProgressCount;
             UpdateEntireProgress();
             received += delivered;
@@ -124,11 +168,5 @@ bool QX_UploadProcess::readBackEntry(const QX_Download &entry, uint8_t *buffer)
             ShowAction(action, percent);
         }
     } while (received < entry.Length() && !CancelRequested);
-
-    if (CancelRequested)
-        return true; // the caller ends the pass; the earlier file stays untouched
-    if (!file.commit())
-        return fileFailure();
-    syncFolderOf(entry.Filename());
     return true;
 }

@@ -1,0 +1,158 @@
+// Where the transfer program answers range checksums: every range read back is checked against
+// the instrument's CRC-32 before its file is put in place (read again when it does not match,
+// and the run stopped before any erase when it never does), and every image's CRC-32 is
+// compared after its 8-bit sum, with the log unchanged when both match.
+#include "engine/Crc32.h"
+#include "tests/support/RunFixture.h"
+
+#include <QFile>
+#include <QtTest>
+
+namespace {
+
+const QString Config = QStringLiteral(
+    "[HOST]\r\nPORTS=COM1\r\nUART=COM1\r\nBAUD=115200\r\nTRANSFER=TP.BIN,0X20000,0X20000\r\n"
+    "[TARGET]\r\nPROCESSOR=I80X86\r\nARCHITECTURE=B32\r\n"
+    "MEMORY=0X0,0X80000,AM29F040\r\nERASE=0X10000,0X10000\r\n"
+    "[FILES]\r\nUPLOAD=0X0,0X3E8,CAL.BIN\r\nPROGRAM=0X10000,MAIN.BIN\r\nPROGRAM1=0X20000,TEXT_EN.BIN\r\n");
+// Requests before the first read-back checksum: identification and five reads of 240 bytes.
+constexpr int RequestsOfOneRead = 5;
+// From there to the first image's CRC-32: the erase (voltage on, delete, off), the image's
+// voltage on, five blocks, voltage off and checksum.
+constexpr int RequestsUpToTheImageCrc = 3 + 1 + 5 + 2;
+
+ScriptedAppLayer::Reply rangeCrc(uint32_t crc)
+{
+    ScriptedAppLayer::Reply reply = ScriptedAppLayer::response(168);
+    reply.rangeCrc = crc;
+    return reply;
+}
+
+QByteArray readSource(int32_t address, int32_t count)
+{
+    QByteArray bytes(count, '\0');
+    for (int32_t i = 0; i < count; ++i)
+        bytes[i] = char((address + i) * 7);
+    return bytes;
+}
+
+} // namespace
+
+class VerifiedUpdateTest : public QObject {
+    Q_OBJECT
+private slots:
+    void readBackIsCheckedBeforeTheFileIsPutInPlace_data()
+    {
+        QTest::addColumn<bool>("offered");   // the transfer program answers range checksums
+        QTest::addColumn<int>("mismatches"); // reads in a row whose checksum does not match
+        QTest::addColumn<int>("reads");      // of the range, in all
+        QTest::addColumn<bool>("succeeds");
+        QTest::newRow("without range checksums: read once, unchecked") << false << 0 << 1 << true;
+        QTest::newRow("matches at once") << true << 0 << 1 << true;
+        QTest::newRow("garbled once: read again") << true << 1 << 2 << true;
+        QTest::newRow("garbled three times: the last read matches") << true << 3 << 4 << true;
+        QTest::newRow("never matches: stopped before the erase") << true << 4 << 4 << false;
+    }
+    void readBackIsCheckedBeforeTheFileIsPutInPlace()
+    {
+        QFETCH(bool, offered);
+        QFETCH(int, mismatches);
+        QFETCH(int, reads);
+        QFETCH(bool, succeeds);
+        RunFixture r(Config);
+        const QByteArray earlier("an earlier copy of the calibration data");
+        {
+            QFile file(r.outPath(QStringLiteral("CAL.BIN")));
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(earlier) == earlier.size());
+        }
+        r.f->prompt.answers = {true}; // replace the earlier copy
+        const uint32_t wrong = Crc32::of(readSource(0, 1000)) ^ 1;
+        r.f->prepareLayer = [&](ScriptedAppLayer &layer) {
+            layer.setOffersRangeCrc(offered);
+            layer.setReadSource(readSource);
+            layer.queueReply(ScriptedAppLayer::Reply{}); // identification
+            for (int i = 0; i < mismatches; ++i) {
+                for (int block = 0; block < RequestsOfOneRead; ++block)
+                    layer.queueReply(ScriptedAppLayer::Reply{});
+                layer.queueReply(rangeCrc(wrong));
+            }
+        };
+        QCOMPARE(r.f->engine.Upload(), succeeds);
+
+        QCOMPARE(r.requests().count(QStringLiteral("ReadMemory(3,0,240)")), reads);
+        QCOMPARE(r.requests().count(QStringLiteral("RequestRangeCrc(3,0,1000)")), offered ? reads : 0);
+        QCOMPARE(r.f->engine.readBackRereads(), std::min(mismatches, 3));
+        QCOMPARE(r.log().count(QStringLiteral("Read File = CAL.BIN")), 1);
+        QFile saved(r.outPath(QStringLiteral("CAL.BIN")));
+        QVERIFY(saved.open(QIODevice::ReadOnly));
+        if (succeeds) {
+            QCOMPARE(saved.readAll(), readSource(0, 1000));
+            return;
+        }
+        QCOMPARE(saved.readAll(), earlier);
+        QVERIFY(!r.requests().contains(QStringLiteral("ProgrammingVoltageOn()"))); // nothing erased
+        QCOMPARE(r.log().at(r.log().size() - 5), QStringLiteral("Read Verify ERROR"));
+        QCOMPARE(r.f->engine.QX_Error_GetLastError(), 112);
+        QCOMPARE(r.f->engine.QX_Error_GetLastErrorString(),
+                 QStringLiteral("READ BACK CHECK ERROR, %1: the 1000 bytes at H0, read 4 times, never matched the instrument's "
+                                "CRC-32 H%2 (the last read gave H%3); nothing was erased, check the cable and run the update again")
+                     .arg(QStringLiteral("CAL.BIN"), QString::number(wrong, 16).toUpper(),
+                          QString::number(wrong ^ 1, 16).toUpper()));
+        QVERIFY(!r.f->engine.eraseBegan());
+    }
+
+    void eachImageIsCheckedByItsCrc32_data()
+    {
+        QTest::addColumn<bool>("offered");
+        QTest::addColumn<bool>("wrongCrc"); // the instrument's CRC-32 of the first image is not the image's
+        QTest::newRow("without range checksums") << false << false;
+        QTest::newRow("both match: the log as without") << true << false;
+        QTest::newRow("the CRC-32 differs where the 8-bit sum matches") << true << true;
+    }
+    void eachImageIsCheckedByItsCrc32()
+    {
+        QFETCH(bool, offered);
+        QFETCH(bool, wrongCrc);
+        RunFixture plain(Config);
+        QVERIFY(plain.f->engine.Upload());
+
+        RunFixture r(Config);
+        const uint32_t imageCrc = Crc32::of(TestPackage::pattern(1000));
+        r.f->prepareLayer = [&](ScriptedAppLayer &layer) {
+            layer.setOffersRangeCrc(offered);
+            if (!wrongCrc)
+                return;
+            for (int i = 0; i < 1 + RequestsOfOneRead + 1 + RequestsUpToTheImageCrc; ++i)
+                layer.queueReply(ScriptedAppLayer::Reply{});
+            layer.queueReply(rangeCrc(imageCrc ^ 0x80000000u));
+        };
+        QCOMPARE(r.f->engine.Upload(), !wrongCrc);
+
+        const std::vector<QX_UploadProcess::ImageCheck> &checks = r.f->engine.imageChecks();
+        QCOMPARE(checks.size(), size_t(wrongCrc ? 1 : 2));
+        QCOMPARE(checks[0].file, QStringLiteral("MAIN.BIN"));
+        QCOMPARE(checks[0].hostSum, checks[0].targetSum);
+        QCOMPARE(checks[0].hostCrc, imageCrc);
+        QCOMPARE(checks[0].targetCrc.has_value(), offered);
+        if (!wrongCrc) {
+            QCOMPARE(r.log(), plain.log()); // nothing added on success
+            QCOMPARE(r.requests().contains(QStringLiteral("RequestRangeCrc(3,131072,480)")), offered);
+            return;
+        }
+        const QString target = QString::number(imageCrc ^ 0x80000000u, 16).toUpper();
+        const QString host = QString::number(imageCrc, 16).toUpper();
+        const QStringList log = r.log();
+        QCOMPARE(log.mid(log.size() - 6, 3), (QStringList{"Checksum Matches, Host = H" + QString::number(checks[0].hostSum, 16).toUpper(),
+                                                          "CRC-32 Error,  Target = H" + target + " Host = H" + host,
+                                                          "Close Communication Channel"}));
+        QCOMPARE(r.f->engine.QX_Error_GetLastErrorString(),
+                 "PROGRAM CRC-32 ERROR, MAIN.BIN at H10000: the instrument's CRC-32 of its 1000 bytes is H" + target
+                     + ", the image's H" + host);
+        for (const auto &call : *r.f->calls) // the second image is never programmed
+            QVERIFY(call.name != QStringLiteral("ProgramBlock") || call.args.at(0).toInt() < 0x20000);
+        QCOMPARE(r.f->engine.BytesVerified, 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(VerifiedUpdateTest)
+#include "tst_verified_update.moc"
