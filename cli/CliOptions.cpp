@@ -17,7 +17,7 @@ QString CliOptions::usage()
     return QStringLiteral(
         "usage: varnolt-cli update PACKAGE [--port NAME] [--language NAME] [--transfer-only]\n"
         "                          [--overwrite | --keep-existing] [--log FILE] [--json] [--quiet]\n"
-        "                          [--max-baud N]\n"
+        "                          [--max-baud N] [--full]\n"
         "       varnolt-cli info PACKAGE [--json]\n"
         "       varnolt-cli ports\n"
         "       varnolt-cli --help | --version\n"
@@ -38,6 +38,10 @@ QString CliOptions::usage()
         "--max-baud N   once the transfer program runs, move a serial line to the fastest rate\n"
         "               up to N that the instrument and the port take (default: TROVEX_MAX_BAUD,\n"
         "               else 921600); 0 or the package's rate keeps the package's rate\n"
+        "--full         erase and program everything the package names; without it, where the\n"
+        "               transfer program answers range checksums, erase units and blocks that\n"
+        "               already hold the new contents are skipped, so a rerun after an\n"
+        "               interruption writes only what is still missing\n"
         "\n"
         "Exit status: 0 success, 1 the update failed, 2 bad usage or a package that cannot be\n"
         "loaded, 130 cancelled (Ctrl-C).\n");
@@ -96,6 +100,8 @@ bool CliOptions::parse(const QStringList &args, CliOptions &options, QString *er
             }
         } else if (updateOnly && arg == QLatin1String("--transfer-only")) {
             options.transferOnly = true;
+        } else if (updateOnly && arg == QLatin1String("--full")) {
+            options.full = true;
         } else if (updateOnly && (arg == QLatin1String("--overwrite") || arg == QLatin1String("--keep-existing"))) {
             const Overwrite wanted = arg == QLatin1String("--overwrite") ? Overwrite::Always : Overwrite::Never;
             if (options.overwrite != Overwrite::Ask && options.overwrite != wanted) {

@@ -2,7 +2,7 @@
 // The headless tool's command line:
 //   varnolt-cli update PACKAGE [--port NAME] [--language NAME] [--transfer-only]
 //                              [--overwrite | --keep-existing] [--log FILE] [--json] [--quiet]
-//                              [--max-baud N]
+//                              [--max-baud N] [--full]
 //   varnolt-cli info PACKAGE [--json]
 //   varnolt-cli ports
 //   varnolt-cli --help | --version
@@ -19,6 +19,7 @@ struct CliOptions {
     QString port;
     QString language;
     bool transferOnly = false;
+    bool full = false; // erase and program everything, also what holds its final content
     Overwrite overwrite = Overwrite::Ask;
     QString logFile;
     bool json = false;

@@ -251,7 +251,8 @@ QJsonObject RunReporter::resultObject(bool succeeded, const QString &text, int e
                        {QStringLiteral("device"), device()},
                        {QStringLiteral("language"), m_engine.FirmwareLanguage},
                        {QStringLiteral("chips"), chips},
-                       {QStringLiteral("bytesWritten"), qint64(m_engine.BytesWritten)},
+                       {QStringLiteral("bytesWritten"), qint64(m_engine.BytesWritten - m_bytesAlreadyRight)},
+                       {QStringLiteral("bytesAlreadyRight"), qint64(m_bytesAlreadyRight)},
                        {QStringLiteral("bytesVerified"), qint64(m_engine.BytesVerified)},
                        {QStringLiteral("images"), imageChecks()},
                        {QStringLiteral("readBackRereads"), m_engine.readBackRereads()}};

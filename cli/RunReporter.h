@@ -35,6 +35,8 @@ public:
     // The line once the transfer program runs: its rate (0 on GPIB), whether program blocks
     // go compressed, and why the rate is not faster.
     void lineSettled(int rate, bool packedBlocks, const QString &note);
+    // A block of an image that the flash held already, so it was not sent.
+    void blockAlreadyRight(int bytes) { m_bytesAlreadyRight += bytes; }
     // A notice during the run that is not one of its log lines.
     void warning(const QString &text);
     // The run's outcome: text is the Finished text.
@@ -74,6 +76,7 @@ private:
         QString note;
     };
     std::optional<LineUse> m_line; // once the transfer program runs
+    int64_t m_bytesAlreadyRight = 0;
     // (milliseconds, bytes) over the last few seconds, for a rate that follows the line.
     std::deque<std::pair<qint64, int64_t>> m_samples;
 };

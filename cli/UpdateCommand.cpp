@@ -71,13 +71,16 @@ int run(const CliOptions &options, const ApplicationLayerFactory &makeLayer)
         [&](const EngineWait &wait) {
             auto created = makeLayer(wait);
             layer = created.get();
-            if (const auto *trovex = qobject_cast<const Trovex *>(created.get()))
+            if (const auto *trovex = qobject_cast<const Trovex *>(created.get())) {
                 QObject::connect(trovex, &Trovex::lineSettled, trovex,
                                  [&](int rate, bool packed, const QString &note) { reporting->lineSettled(rate, packed, note); });
+                QObject::connect(trovex, &Trovex::blockAlreadyRight, trovex, [&](int bytes) { reporting->blockAlreadyRight(bytes); });
+            }
             return created;
         },
         prompt);
     engine.setTransferOnly(options.transferOnly);
+    engine.setFullUpdate(options.full);
     int64_t bytesMoved = 0; // kept after the channel has closed
     RunReporter reporter(options, engine, [&] {
         if (const auto *trovex = qobject_cast<const Trovex *>(layer.data()))

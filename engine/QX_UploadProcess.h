@@ -72,6 +72,9 @@ public:
     // Limits the next runs to loading the transfer program (the wizard's TRANSFERONLY switch).
     void setTransferOnly(bool transferOnly) { m_transferOnly = transferOnly; }
     bool transferOnly() const { return m_transferOnly; }
+    // Erases and programs everything the package names, also where the flash holds its final
+    // content already (--full, the window's setting): the layer is told no plan.
+    void setFullUpdate(bool full) { m_fullUpdate = full; }
     void setClock(EngineClock clock) { m_clock = std::move(clock); }
     // The fastest line rate the user allows a serial line, for the advanced summary: the
     // application layer tries it once the transfer program runs.
@@ -187,6 +190,9 @@ private:
     // Reads the entry's range once into file, summing it into crc; false on a failure.
     bool readRange(const QX_Download &entry, QSaveFile &file, uint8_t *buffer, Crc32 &crc);
     bool fileFailure(const QString &path, const QFileDevice &file);
+    // Tells the layer what the erase and program passes will do, with every memory, range and
+    // image they use; nothing when one of them lies in no memory (those passes then fail).
+    void announceFlashPlan();
     // The image's checksums once its 8-bit sum matched: the CRC-32 too, where the transfer
     // program answers it. False (logged, and with a code) when it does not match.
     bool verifyImageCrc(const QX_Program &entry, ImageCheck &check);
@@ -206,6 +212,7 @@ private:
     std::vector<QString> m_tempCopies;  // configuration copies to remove at the end
     QHash<QString, QByteArray> m_writeBackImages; // by read-back file, for the current run
     bool m_transferOnly = false;
+    bool m_fullUpdate = false;
     std::vector<ImageCheck> m_imageChecks;
     int m_readBackRereads = 0;
     int m_highestLineRate = 0;

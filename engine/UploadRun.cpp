@@ -135,6 +135,8 @@ bool QX_UploadProcess::updateFlash()
 {
     if (!identifyFlashMemories() || !DownloadFlashMemories() || !loadWriteBackImages())
         return false;
+    if (!m_fullUpdate)
+        announceFlashPlan();
     m_eraseBegan = true;
     return EraseFlashMemories() && ProgramFlashMemories();
 }

@@ -7,6 +7,7 @@
 #include "link/TransferProgramLoader.h"
 #include "link/TransportFactory.h"
 #include "trovex/TrovexError.h"
+#include "trovex/DifferentialPlan.h"
 
 #include <QRegularExpression>
 #include <QTimer>
@@ -209,10 +210,26 @@ void Trovex::ProgrammingVoltageOff()
 
 void Trovex::FlashDelete(uint8_t architecture, uint8_t flashIndex, int32_t address, int32_t length)
 {
+    if (surveyFirst([=, this] { FlashDelete(architecture, flashIndex, address, length); }))
+        return;
     m_requestAddress = address;
     m_requestCount = length;
-    submit({Kind::Erase, Protocol::Erase,
-            Protocol::Writer().u8(architecture).u8(flashIndex).u32(uint32_t(address)).u32(uint32_t(length)).done()});
+    const auto erase = [&](uint32_t from, uint32_t count) {
+        return RequestPipeline::Request{Kind::Erase, Protocol::Erase,
+                                        Protocol::Writer().u8(architecture).u8(flashIndex).u32(from).u32(count).done()};
+    };
+    if (!m_plan) {
+        submit(erase(uint32_t(address), uint32_t(length)));
+        return;
+    }
+    const std::vector<DifferentialPlan::Range> parts = m_plan->eraseParts(uint32_t(address), uint32_t(length));
+    if (parts.empty()) { // every unit holds its final content already
+        answerAtOnce(Kind::Erase, Protocol::Writer().u16(Protocol::Status::Ok).u32(uint32_t(address)).done());
+        return;
+    }
+    for (size_t i = 1; i < parts.size(); ++i)
+        m_eraseParts.push_back(erase(parts[i].address, parts[i].length));
+    submit(erase(parts[0].address, parts[0].length));
 }
 
 void Trovex::Restart()
@@ -223,6 +240,17 @@ void Trovex::Restart()
 void Trovex::ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex, const uint8_t *data)
 {
     const QByteArray block(reinterpret_cast<const char *>(data), std::max<int16_t>(count, 0));
+    if (surveyFirst([=, this] { ProgramBlock(address, count, architecture, flashIndex, reinterpret_cast<const uint8_t *>(block.constData())); }))
+        return;
+    // The range's last block is sent when any block before it was: its answer is the one that
+    // waits for theirs.
+    const bool lastOfRange = uint64_t(uint32_t(address)) + uint64_t(block.size()) == m_rangeEnd;
+    if (m_plan && m_plan->blockInPlace(uint32_t(address), block) && !(lastOfRange && m_blockSentInRange)) {
+        emit blockAlreadyRight(int(block.size()));
+        answerAtOnce(Kind::Program, Protocol::Writer().u16(Protocol::Status::Done).u32(uint32_t(address)).done());
+        return;
+    }
+    m_blockSentInRange = true;
     submit({Kind::Program, Protocol::Program,
             Protocol::Writer().u32(uint32_t(address)).u8(architecture).u8(flashIndex).bytes(block).done(),
             Protocol::ShortAnswerBytes, architecture, address, count});
@@ -230,6 +258,8 @@ void Trovex::ProgramBlock(int32_t address, int16_t count, uint8_t architecture, 
 
 void Trovex::AnnounceRange(int32_t address, int32_t length)
 {
+    m_rangeEnd = uint64_t(uint32_t(address)) + uint64_t(std::max(length, 0));
+    m_blockSentInRange = false;
     if (m_pipeline)
         m_pipeline->expectRange(address, length);
 }
@@ -272,6 +302,19 @@ void Trovex::GetReadData(uint8_t *data)
 
 void Trovex::onAnswered(Kind kind, const QByteArray &payload)
 {
+    if (kind == Kind::RangeCrc && m_survey) {
+        onSurveyAnswer(payload);
+        return;
+    }
+    if (kind == Kind::Erase && !m_eraseParts.empty()) {
+        if (Protocol::Reader(payload).u16() == Protocol::Status::Ok) { // on to the next part of the engine's erase
+            const RequestPipeline::Request next = m_eraseParts.front();
+            m_eraseParts.pop_front();
+            submit(next);
+            return;
+        }
+        m_eraseParts.clear(); // the engine's erase fails with this part
+    }
     setError(TrovexError::None, QString());
     Protocol::Reader reply(payload);
     m_status = static_cast<int16_t>(reply.u16());
@@ -355,6 +398,8 @@ QString Trovex::undocumentedStatus(Kind kind) const
 
 void Trovex::onFailed(Link::Failure failure, const QString &reason)
 {
+    m_survey.reset();
+    m_eraseParts.clear();
     const int16_t code = failure == Link::Failure::NoAnswer ? TrovexError::NoAnswer : TrovexError::PortLost;
     setError(code, reason);
     emit Trovex_Error(code);
@@ -369,6 +414,7 @@ void Trovex::Shutdown()
 void Trovex::CloseChannel()
 {
     switchVoltageOffBeforeClosing();
+    forgetPlan();
     // Nothing is left running: the link's timers go with it, the transport stops its own.
     m_pipeline.reset();
     m_link.reset();

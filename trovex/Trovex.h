@@ -23,8 +23,12 @@
 #include "link/RequestPipeline.h"
 
 #include <QByteArray>
+#include <deque>
+#include <functional>
 #include <memory>
+#include <optional>
 
+class DifferentialPlan;
 class Transport;
 
 class Trovex : public ApplicationLayer {
@@ -47,6 +51,9 @@ public:
     void ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex,
                       const uint8_t *data) override;
     void AnnounceRange(int32_t address, int32_t length) override;
+    // Where the transfer program answers range checksums, the erases and blocks of the plan
+    // whose result the flash holds already are answered without being sent.
+    void AnnounceFlashPlan(const FlashPlan &plan) override;
     void GetManufacturerCode(int32_t &code) override { code = m_manufacturer; }
     void ReadMemory(uint8_t architecture, int32_t address, int32_t count) override;
     void RequestChecksum(uint8_t architecture, int32_t address, int32_t length) override;
@@ -74,6 +81,8 @@ signals:
     // Once the transfer program runs: the line's rate from now on (0 on GPIB), whether Program
     // requests go compressed, and why the rate is not faster ("" when there is nothing to say).
     void lineSettled(int rate, bool packedBlocks, const QString &note);
+    // A block answered as programmed without being sent: the flash held its bytes already.
+    void blockAlreadyRight(int bytes);
 
 private:
     using Kind = RequestPipeline::Kind;
@@ -82,6 +91,14 @@ private:
     // and error as UploadTransferProgram's.
     void setUpLine(int32_t &result);
     void submit(RequestPipeline::Request request);
+    void forgetPlan();
+    // When the plan's ranges are still to be checked: checks them, then makes request, and
+    // says true.
+    bool surveyFirst(std::function<void()> request);
+    void askNextCheck();
+    void onSurveyAnswer(const QByteArray &payload);
+    // Raises the answer the instrument would give, from the event loop, without asking it.
+    void answerAtOnce(Kind kind, const QByteArray &payload);
     void onAnswered(Kind kind, const QByteArray &payload);
     // Takes the answer's values into the getters; its response id.
     int32_t takeValues(Kind kind, Protocol::Reader &reply);
@@ -119,4 +136,17 @@ private:
     int32_t m_requestCount = 0;
     bool m_voltageMayBeOn = false; // switched on, and not yet answered as off
     InstrumentAbilities m_abilities; // of the transfer program that runs
+
+    // Writing only what is missing (TrovexDifferential.cpp).
+    struct Survey {
+        size_t next;                // the plan's check being asked
+        std::function<void()> then; // the engine's request that waits for the answers
+    };
+    std::unique_ptr<DifferentialPlan> m_plan;
+    uint8_t m_planArchitecture = 0;
+    bool m_surveyed = false;
+    std::optional<Survey> m_survey;
+    std::deque<RequestPipeline::Request> m_eraseParts; // of the engine's erase, still to send
+    uint64_t m_rangeEnd = 0;         // of the range announced last
+    bool m_blockSentInRange = false; // a block of it went to the instrument
 };

@@ -11,7 +11,7 @@ private slots:
         CliOptions options;
         QString error;
         QVERIFY(CliOptions::parse({"update", "-p", "com2", "pkg.KDPKG", "-l", "GERMAN", "--transfer-only",
-                                   "--keep-existing", "--log", "run.log", "--json", "--quiet", "--max-baud", "460800"},
+                                   "--keep-existing", "--log", "run.log", "--json", "--quiet", "--max-baud", "460800", "--full"},
                                   options, &error));
         QCOMPARE(options.command, CliOptions::Command::Update);
         QCOMPARE(options.package, QStringLiteral("pkg.KDPKG"));
@@ -23,6 +23,7 @@ private slots:
         QVERIFY(options.json);
         QVERIFY(options.quiet);
         QCOMPARE(options.maxBaud, 460800);
+        QVERIFY(options.full);
     }
 
     void defaults()
@@ -32,7 +33,7 @@ private slots:
         QVERIFY(CliOptions::parse({"update", "pkg.KDPKG"}, options, &error));
         QCOMPARE(options.overwrite, CliOptions::Overwrite::Ask);
         QVERIFY(options.port.isEmpty() && options.language.isEmpty() && options.logFile.isEmpty());
-        QVERIFY(!options.transferOnly && !options.json && !options.quiet && !options.maxBaud);
+        QVERIFY(!options.transferOnly && !options.json && !options.quiet && !options.maxBaud && !options.full);
     }
 
     void otherCommands_data()

@@ -1,7 +1,8 @@
 // Where the transfer program answers range checksums: every range read back is checked against
 // the instrument's CRC-32 before its file is put in place (read again when it does not match,
 // and the run stopped before any erase when it never does), and every image's CRC-32 is
-// compared after its 8-bit sum, with the log unchanged when both match.
+// compared after its 8-bit sum, with the log unchanged when both match. Before the erase the
+// layer is told the plan of the run, unless the user asked for everything to be written.
 #include "engine/Crc32.h"
 #include "tests/support/RunFixture.h"
 
@@ -151,6 +152,48 @@ private slots:
         for (const auto &call : *r.f->calls) // the second image is never programmed
             QVERIFY(call.name != QStringLiteral("ProgramBlock") || call.args.at(0).toInt() < 0x20000);
         QCOMPARE(r.f->engine.BytesVerified, 0);
+    }
+
+    // The plan names every memory, erase range and image, each image as it will be written
+    // (a write-back image as read back in this run), before the first erase; --full tells none.
+    void thePlanIsAnnouncedBeforeTheErase_data()
+    {
+        QTest::addColumn<bool>("full");
+        QTest::newRow("differential") << false;
+        QTest::newRow("everything written") << true;
+    }
+    void thePlanIsAnnouncedBeforeTheErase()
+    {
+        QFETCH(bool, full);
+        QString ini = Config;
+        ini.replace(QStringLiteral("PROGRAM1=0X20000,TEXT_EN.BIN"), QStringLiteral("PROGRAM1=0X20000,TEXT_EN.BIN\r\nPROGRAM2=0X400,CAL.BIN"));
+        RunFixture r(ini);
+        r.f->engine.setFullUpdate(full);
+        std::shared_ptr<std::optional<ScriptedAppLayer::AnnouncedPlan>> announced;
+        r.f->prepareLayer = [&](ScriptedAppLayer &layer) {
+            layer.setReadSource(readSource);
+            announced = layer.announcedPlan();
+        };
+        QVERIFY(r.f->engine.Upload());
+        const QStringList calls = r.f->callNames();
+        QCOMPARE(calls.contains(QStringLiteral("AnnounceFlashPlan")), !full);
+        if (full)
+            return;
+        QVERIFY(calls.indexOf(QStringLiteral("AnnounceFlashPlan")) < calls.indexOf(QStringLiteral("ProgrammingVoltageOn")));
+        QVERIFY(calls.indexOf(QStringLiteral("AnnounceFlashPlan")) > calls.lastIndexOf(QStringLiteral("ReadMemory")));
+        QVERIFY(announced && announced->has_value());
+        const FlashPlan &plan = (*announced)->plan;
+        QCOMPARE(plan.architecture, uint8_t(3));
+        QCOMPARE(plan.memories.size(), size_t(1));
+        QCOMPARE(plan.memories[0].length, 0x80000);
+        QCOMPARE(plan.memories[0].flashIndex, 22);
+        QCOMPARE(plan.erases.size(), size_t(1));
+        QCOMPARE(plan.erases[0].address, 0x10000);
+        QCOMPARE(plan.erases[0].length, 0x10000);
+        QCOMPARE(plan.erases[0].flashIndex, 22);
+        QCOMPARE(plan.images.size(), size_t(3));
+        QCOMPARE(plan.images[2].address, 0x400);
+        QCOMPARE((*announced)->images, (QList<QByteArray>{TestPackage::pattern(1000), TestPackage::pattern(480), readSource(0, 1000)}));
     }
 };
 
