@@ -75,9 +75,9 @@ bool RunReporter::open(QString *error)
 void RunReporter::begin()
 {
     m_packageSha256 = sha256Of(m_engine.package().path());
-    m_log.write(QStringLiteral("varnolt-cli %1 update\nPackage: %2\nPackage SHA-256: %3\nPort: %4 (%5)\nLanguage: %6")
-                    .arg(QLatin1String(Version::Text), m_engine.package().path(), m_packageSha256, m_engine.ComPort,
-                         device(), m_engine.FirmwareLanguage));
+    m_log.write(QStringLiteral("varnolt-cli %1 %2\nPackage: %3\nPackage SHA-256: %4\nPort: %5 (%6)\nLanguage: %7")
+                    .arg(QLatin1String(Version::Text), CliOptions::name(m_options.command), m_engine.package().path(), m_packageSha256,
+                         m_engine.ComPort, device(), m_engine.FirmwareLanguage));
     if (!serialPort())
         return;
     const int highest = m_options.maxBaud.value_or(0);
@@ -201,7 +201,7 @@ void RunReporter::clearBar()
     m_barShown = false;
 }
 
-void RunReporter::result(bool succeeded, const QString &text, int exitStatus)
+void RunReporter::result(bool succeeded, const QString &text, int exitStatus, const QJsonObject &commandFields)
 {
     m_redraw.stop();
     clearBar();
@@ -222,7 +222,10 @@ void RunReporter::result(bool succeeded, const QString &text, int exitStatus)
     if (m_options.json) {
         if (succeeded)
             emitProgress(1.0); // the budget is an estimate: a run that completed is all done
-        emitJson(resultObject(succeeded, text, exitStatus));
+        QJsonObject object = resultObject(succeeded, text, exitStatus);
+        for (auto field = commandFields.begin(); field != commandFields.end(); ++field)
+            object.insert(field.key(), field.value());
+        emitJson(object);
         return;
     }
     QTextStream out(stdout);

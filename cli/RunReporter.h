@@ -40,7 +40,7 @@ public:
     // A notice during the run that is not one of its log lines.
     void warning(const QString &text);
     // The run's outcome: text is the Finished text.
-    void result(bool succeeded, const QString &text, int exitStatus);
+    void result(bool succeeded, const QString &text, int exitStatus, const QJsonObject &commandFields = {});
     // An error before any run (bad package, unknown port).
     void error(const QString &text, int exitStatus);
 

@@ -9,7 +9,7 @@ constexpr int32_t FastestSerialBaud = 115200; // every serial rate must divide t
 }
 
 bool ConfigurationValidator::ValidateConfiguration(PackageConfiguration &config, QX_Error &errors,
-                                                   UserPrompt &prompt)
+                                                   UserPrompt &prompt, bool readBackFiles)
 {
     bool result = true;
     QString collected;
@@ -30,7 +30,7 @@ bool ConfigurationValidator::ValidateConfiguration(PackageConfiguration &config,
         complain(config.TransferProgram.QX_Error_GetLastErrorString());
 
     for (QX_Download &download : config.Downloads)
-        if (!download.Validate(prompt))
+        if (readBackFiles && !download.Validate(prompt))
             complain(download.QX_Error_GetLastErrorString());
 
     for (QX_Program &program : config.Programs) {

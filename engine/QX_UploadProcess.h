@@ -22,8 +22,7 @@
 #include <vector>
 
 class Crc32;
-class QFileDevice;
-class QSaveFile;
+class QIODevice;
 class UploadDisplay;
 class UserPrompt;
 
@@ -63,6 +62,32 @@ public:
     // Why the layer could not open the channel in the last run (a missing device, a missing
     // permission, a busy port, ...); empty when it opened or gave no reason.
     QString openFailureReason() const { return m_openFailureReason; }
+
+    // --- The headless tool's service runs ----------------------------------------------
+    // Each opens the channel, starts the transfer program and identifies the memories as an
+    // update does, does its work, and shuts down the same way; true when all of it succeeded.
+    //
+    // Compares every image of the chosen language with the instrument, writing nothing. An
+    // image that writes back a read-back file is compared with that file, when it is there.
+    bool VerifyInstrument();
+    struct ImageComparison {
+        QString file;
+        int32_t address = 0;
+        int32_t length = 0;
+        QString notCompared;                    // why it was not compared; "" when it was
+        std::optional<int32_t> firstDifference; // none when equal
+    };
+    const std::vector<ImageComparison> &comparisons() const { return m_comparisons; }
+    // Reads length bytes at start into file, checked by the instrument's CRC-32 as a read-back is.
+    bool ReadInstrument(int32_t start, int32_t length, const QString &file);
+    // Writes data (from the file called name) back at address. The erase units it touches are
+    // read first and saved to backupFile, merged with data, and erased and programmed whole,
+    // so that the bytes around data stay as they were; verified as every image is.
+    bool RestoreInstrument(const QByteArray &data, const QString &name, int32_t address, const QString &backupFile);
+    // The erase units the last restore read, saved and wrote back: their first byte and length.
+    std::optional<std::pair<int32_t, int32_t>> restoredUnits() const { return m_restoredUnits; }
+    // The transfer program of the last run answered range checksums: its reads were checked.
+    bool rangeCrcOffered() const { return m_rangeCrcOffered; }
 
     // --- Flash passes of a run -----------------------------------------------------------
     bool DownloadFlashMemories();
@@ -176,20 +201,40 @@ private:
     bool failIfLayerError(); // shared by the 161 and 166 answers
     // Calls AnimateStep when a progress tick has passed since the last one.
     void animateOnTick();
+    // The state every run starts from.
+    void beginRun();
+    // Validates, opens the channel, starts the transfer program, identifies the memories,
+    // does work and shuts down; logs title + " STARTED" first.
+    bool serviceRun(const QString &title, const std::function<bool()> &work);
+    bool compareImage(const QX_Program &entry, uint8_t *buffer);
+    // The first address in [offset, offset + length) of the entry's range where the instrument
+    // differs from image, reading it; false when a read failed.
+    bool firstDifferenceIn(const QX_Program &entry, const QByteArray &image, int32_t offset, int32_t length, uint8_t *buffer,
+                           ImageComparison &comparison);
+    // The instrument's CRC-32 of a range into TargetRangeCrc; false (logged) when it failed.
+    bool requestRangeCrc(int32_t address, int32_t length);
+    bool restore(const QByteArray &data, const QString &name, int32_t address, const QString &backupFile);
     bool openChannel();
     QString initString() const;
     bool uploadTransferProgram();
     bool identifyFlashMemories();
     // Identification, read-back, erase and programming.
     bool updateFlash();
-    void finishRun(int startSecond);
+    // Closes the channel and logs how long the run took, named process.
+    void finishRun(int startSecond, const QString &process = QStringLiteral("Firmware Upload Process"));
     int wholeSecondOfDay() const;
     // The memory that holds [start, end): the last in list order, or none.
     const QX_Memory *memoryHolding(int32_t start, int32_t end) const;
     bool readBackEntry(const QX_Download &entry, uint8_t *buffer);
-    // Reads the entry's range once into file, summing it into crc; false on a failure.
-    bool readRange(const QX_Download &entry, QSaveFile &file, uint8_t *buffer, Crc32 &crc);
-    bool fileFailure(const QString &path, const QFileDevice &file);
+    // Reads the entry's range into a fresh output until it matches the instrument's CRC-32,
+    // where the transfer program answers it (Timeouts::ReadBackRereads times more at most);
+    // false, logged and with a code, when it never does or a read fails. freshOutput gives
+    // the output of each read, or nullptr after recording why there is none.
+    bool readChecked(const QX_Download &entry, const QString &action, uint8_t *buffer,
+                     const std::function<QIODevice *()> &freshOutput);
+    // Reads the entry's range once into out, summing it into crc; false on a failure.
+    bool readRange(const QX_Download &entry, const QString &action, QIODevice &out, uint8_t *buffer, Crc32 &crc);
+    bool fileFailure(const QString &path, const QString &why);
     // Tells the layer what the erase and program passes will do, with every memory, range and
     // image they use; nothing when one of them lies in no memory (those passes then fail).
     void announceFlashPlan();
@@ -214,6 +259,9 @@ private:
     bool m_transferOnly = false;
     bool m_fullUpdate = false;
     std::vector<ImageCheck> m_imageChecks;
+    std::vector<ImageComparison> m_comparisons;
+    std::optional<std::pair<int32_t, int32_t>> m_restoredUnits;
+    bool m_rangeCrcOffered = false;
     int m_readBackRereads = 0;
     int m_highestLineRate = 0;
     QString m_openFailureReason;

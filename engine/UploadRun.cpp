@@ -23,18 +23,7 @@ const QString DefaultSerial = QStringLiteral("COM1:115200,E,8,1");
 bool QX_UploadProcess::Upload()
 {
     const int startSecond = wholeSecondOfDay();
-    ProgressCount = 0;
-    ProgressDrawn = 0;
-    CancelRequested = false;
-    m_openFailureReason.clear();
-    holder().SetLastError(0);
-    m_lastLogLine.clear();
-    m_eraseBegan = false;
-    m_identifiedChips.clear();
-    BytesWritten = 0;
-    BytesVerified = 0;
-    m_imageChecks.clear();
-    m_readBackRereads = 0;
+    beginRun();
 
     bool result = false;
     if (!ValidateConfiguration()) {
@@ -61,6 +50,25 @@ bool QX_UploadProcess::Upload()
     m_failureLine = result ? QString() : m_lastLogLine;
     finishRun(startSecond);
     return result;
+}
+
+void QX_UploadProcess::beginRun()
+{
+    ProgressCount = 0;
+    ProgressDrawn = 0;
+    CancelRequested = false;
+    m_openFailureReason.clear();
+    holder().SetLastError(0);
+    m_lastLogLine.clear();
+    m_eraseBegan = false;
+    m_identifiedChips.clear();
+    BytesWritten = 0;
+    BytesVerified = 0;
+    m_imageChecks.clear();
+    m_readBackRereads = 0;
+    m_comparisons.clear();
+    m_restoredUnits.reset();
+    m_rangeCrcOffered = false;
 }
 
 QString QX_UploadProcess::initString() const
@@ -122,6 +130,7 @@ bool QX_UploadProcess::uploadTransferProgram()
         fail(ErrorCode::TransferFailed, text);
         return false;
     }
+    m_rangeCrcOffered = AppLayer->OffersRangeCrc();
     if (m_transferOnly)
         return true;
     AddLogLine(QStringLiteral("Transfer Program Running"));
@@ -160,7 +169,7 @@ bool QX_UploadProcess::identifyFlashMemories()
     return true;
 }
 
-void QX_UploadProcess::finishRun(int startSecond)
+void QX_UploadProcess::finishRun(int startSecond, const QString &process)
 {
     if (AppLayer) {
         AddLogLine(QStringLiteral("Close Communication Channel"));
@@ -174,7 +183,7 @@ void QX_UploadProcess::finishRun(int startSecond)
     if (elapsed < 0)
         elapsed += SecondsPerDay; // the run went past midnight
     const int minutes = elapsed / 60;
-    AddLogLine(QStringLiteral("Firmware Upload Process completed in ") + dec(minutes) + QStringLiteral(" Minutes ")
+    AddLogLine(process + QStringLiteral(" completed in ") + dec(minutes) + QStringLiteral(" Minutes ")
                + dec(elapsed - 60 * minutes) + QStringLiteral(" Seconds"));
     if (!WizardRunning)
         return;

@@ -16,6 +16,7 @@
 #include <QSaveFile>
 
 #include <array>
+#include <memory>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -60,56 +61,70 @@ bool QX_UploadProcess::readBackEntry(const QX_Download &entry, uint8_t *buffer)
 {
     const QString action = QStringLiteral("Read File = ") + entry.Filename();
     AddLogLine(action);
+    std::unique_ptr<QSaveFile> file; // each read starts a new one; one not committed is discarded
+    const bool read = readChecked(entry, action, buffer, [&]() -> QIODevice * {
+        file = std::make_unique<QSaveFile>(entry.Filename());
+        if (file->open(QIODevice::WriteOnly))
+            return file.get();
+        fileFailure(entry.Filename(), file->errorString());
+        return nullptr;
+    });
+    if (!read)
+        return false;
+    if (CancelRequested)
+        return true; // the caller ends the pass; the earlier file stays untouched
+    if (!file->commit())
+        return fileFailure(entry.Filename(), file->errorString());
+    syncFolderOf(entry.Filename());
+    return true;
+}
+
+bool QX_UploadProcess::readChecked(const QX_Download &entry, const QString &action, uint8_t *buffer,
+                                   const std::function<QIODevice *()> &freshOutput)
+{
     // Where the transfer program answers range checksums, the range is read until what
     // arrived is what the flash holds: the file may be the only copy of the calibration data
     // once the erase begins.
     const bool verified = AppLayer->OffersRangeCrc();
     for (int read = 1;; ++read) {
-        QSaveFile file(entry.Filename()); // discarded unless committed
-        if (!file.open(QIODevice::WriteOnly))
-            return fileFailure(entry.Filename(), file);
-        Crc32 received;
-        if (!readRange(entry, file, buffer, received))
+        QIODevice *out = freshOutput();
+        if (!out)
             return false;
-        if (CancelRequested)
-            return true; // the caller ends the pass; the earlier file stays untouched
-        if (verified) {
-            if (!request([&](ApplicationLayer &layer) {
-                    layer.RequestRangeCrc(static_cast<uint8_t>(ArchitectureIndex), entry.StartAddress(), entry.Length());
-                })) {
-                AddLogLine(QStringLiteral("Read ERROR"));
-                return false;
-            }
-            if (TargetRangeCrc != received.value()) {
-                if (read <= Timeouts::ReadBackRereads) {
-                    ++m_readBackRereads;
-                    continue;
-                }
-                AddLogLine(QStringLiteral("Read Verify ERROR"));
-                fail(ErrorCode::ReadBackUnverified,
-                     QStringLiteral(" %1: the %2 bytes at H%3, read %4 times, never matched the instrument's CRC-32 H%5 "
-                                    "(the last read gave H%6); nothing was erased, check the cable and run the update again")
-                         .arg(entry.Filename(), dec(entry.Length()), hex(entry.StartAddress()), dec(read),
-                              hex(int32_t(TargetRangeCrc)), hex(int32_t(received.value()))));
-                return false;
-            }
+        Crc32 received;
+        if (!readRange(entry, action, *out, buffer, received))
+            return false;
+        if (CancelRequested || !verified)
+            return true;
+        if (!request([&](ApplicationLayer &layer) {
+                layer.RequestRangeCrc(static_cast<uint8_t>(ArchitectureIndex), entry.StartAddress(), entry.Length());
+            })) {
+            AddLogLine(QStringLiteral("Read ERROR"));
+            return false;
         }
-        if (!file.commit())
-            return fileFailure(entry.Filename(), file);
-        syncFolderOf(entry.Filename());
-        return true;
+        if (TargetRangeCrc == received.value())
+            return true;
+        if (read <= Timeouts::ReadBackRereads) {
+            ++m_readBackRereads;
+            continue;
+        }
+        AddLogLine(QStringLiteral("Read Verify ERROR"));
+        fail(ErrorCode::ReadBackUnverified,
+             QStringLiteral(" %1: the %2 bytes at H%3, read %4 times, never matched the instrument's CRC-32 H%5 "
+                            "(the last read gave H%6); nothing was erased, check the cable and run the update again")
+                 .arg(entry.Filename(), dec(entry.Length()), hex(entry.StartAddress()), dec(read),
+                      hex(int32_t(TargetRangeCrc)), hex(int32_t(received.value()))));
+        return false;
     }
 }
 
-bool QX_UploadProcess::fileFailure(const QString &path, const QFileDevice &file)
+bool QX_UploadProcess::fileFailure(const QString &path, const QString &why)
 {
-    fail(ErrorCode::UploadEntryInvalid, QLatin1Char(' ') + path + QStringLiteral(": ") + file.errorString());
+    fail(ErrorCode::UploadEntryInvalid, QLatin1Char(' ') + path + QStringLiteral(": ") + why);
     return false;
 }
 
-bool QX_UploadProcess::readRange(const QX_Download &entry, QSaveFile &file, uint8_t *buffer, Crc32 &crc)
+bool QX_UploadProcess::readRange(const QX_Download &entry, const QString &action, QIODevice &out, uint8_t *buffer, Crc32 &crc)
 {
-    const QString action = QStringLiteral("Read File = ") + entry.Filename();
     int16_t lastPercent = 0;
     ShowAction(action, lastPercent);
     const auto componentFailure = [&](int16_t code) {
@@ -154,8 +169,8 @@ bool QX_UploadProcess::readRange(const QX_Download &entry, QSaveFile &file, uint
             }
             if (delivered > 0)
                 emptyReads = 0;
-            if (file.write(reinterpret_cast<const char *>(buffer), delivered) != delivered)
-                return fileFailure(entry.Filename(), file);
+            if (out.write(reinterpret_cast<const char *>(buffer), delivered) != delivered)
+                return fileFailure(entry.Filename(), out.errorString());
             crc.add(buffer, delivered);
             ++ProgressCount;
             UpdateEntireProgress();
