@@ -43,7 +43,7 @@ QString CliOptions::usage()
     return QStringLiteral(
         "usage: varnolt-cli update PACKAGE [--port NAME] [--language NAME] [--transfer-only]\n"
         "                          [--overwrite | --keep-existing] [--log FILE] [--json] [--quiet]\n"
-        "                          [--max-baud N] [--full]\n"
+        "                          [--max-baud N] [--full] [--same-instrument | --other-instrument]\n"
         "       varnolt-cli verify PACKAGE [--port NAME] [--language NAME] [--log FILE] [--json]\n"
         "                          [--quiet] [--max-baud N]\n"
         "       varnolt-cli read PACKAGE --range START,LENGTH --out FILE [--port NAME] [--log FILE]\n"
@@ -79,6 +79,12 @@ QString CliOptions::usage()
         "--max-baud N   once the transfer program runs, move a serial line to the fastest rate\n"
         "               up to N that the instrument and the port take (default: TROVEX_MAX_BAUD,\n"
         "               else 921600); 0 or the package's rate keeps the package's rate\n"
+        "--same-instrument  after an update in this folder was cut short once it began to erase:\n"
+        "               this is the same instrument, so the read-back files it saved stay and are\n"
+        "               written back (what the instrument holds now is kept as FILE.found-N)\n"
+        "--other-instrument  ... this is another instrument: its data is read as usual, and the\n"
+        "               files saved then are kept as FILE.interrupted-N. Without either the update\n"
+        "               asks on a terminal, and stops before touching the instrument otherwise\n"
         "--full         erase and program everything; without it, where the transfer program\n"
         "               answers range checksums, erase units and blocks that already hold the\n"
         "               new contents are skipped, so a rerun after an interruption writes only\n"
@@ -157,6 +163,15 @@ bool CliOptions::takeOption(const QStringList &args, qsizetype &i, QString *erro
         return transferOnly = true;
     if ((update || command == Command::Restore) && arg == QLatin1String("--full"))
         return full = true;
+    if (update && (arg == QLatin1String("--same-instrument") || arg == QLatin1String("--other-instrument"))) {
+        const bool same = arg == QLatin1String("--same-instrument");
+        if (sameInstrument && *sameInstrument != same) {
+            *error = QStringLiteral("--same-instrument and --other-instrument exclude each other");
+            return false;
+        }
+        sameInstrument = same;
+        return true;
+    }
     if (update && (arg == QLatin1String("--overwrite") || arg == QLatin1String("--keep-existing"))) {
         const Overwrite wanted = arg == QLatin1String("--overwrite") ? Overwrite::Always : Overwrite::Never;
         if (overwrite != Overwrite::Ask && overwrite != wanted) {

@@ -2,7 +2,7 @@
 // The headless tool's command line:
 //   varnolt-cli update PACKAGE [--port NAME] [--language NAME] [--transfer-only]
 //                              [--overwrite | --keep-existing] [--log FILE] [--json] [--quiet]
-//                              [--max-baud N] [--full]
+//                              [--max-baud N] [--full] [--same-instrument | --other-instrument]
 //   varnolt-cli verify PACKAGE [--port NAME] [--language NAME] [--log FILE] [--json] [--quiet] [--max-baud N]
 //   varnolt-cli read PACKAGE --range START,LENGTH --out FILE [--port NAME] [--log FILE] [--json] [--quiet] [--max-baud N]
 //   varnolt-cli restore PACKAGE FILE [--at ADDRESS] [--port NAME] [--log FILE] [--json] [--quiet] [--max-baud N] [--full]
@@ -25,6 +25,9 @@ struct CliOptions {
     bool transferOnly = false;
     bool full = false; // erase and program everything, also what holds its final content
     Overwrite overwrite = Overwrite::Ask;
+    // update: whether the instrument is the one an update cut short in this folder was for
+    // (--same-instrument, --other-instrument); asked on a terminal when not given.
+    std::optional<bool> sameInstrument;
     QString logFile;
     bool json = false;
     bool quiet = false;

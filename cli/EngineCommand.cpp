@@ -69,7 +69,7 @@ QString failureText(const QString &what, const QX_UploadProcess &engine)
 
 int run(const CliOptions &options, const ApplicationLayerFactory &makeLayer, const Work &work)
 {
-    ConsolePrompt prompt(options.overwrite);
+    ConsolePrompt prompt(options.overwrite, options.sameInstrument);
     // The layer lives only while the channel is open; the rate needs it while it does.
     QPointer<ApplicationLayer> layer;
     RunReporter *reporting = nullptr; // the reporter below, which the layer's runs tell how the line was set up

@@ -211,6 +211,8 @@ void RunReporter::result(bool succeeded, const QString &text, int exitStatus, co
         m_log.write(QStringLiteral("Line used: ") + lineUsed());
     for (const QX_UploadProcess::ImageCheck &check : m_engine.imageChecks())
         m_log.write(imageCheckLine(check));
+    for (const QString &notice : m_engine.notices())
+        m_log.write(QStringLiteral("Notice: ") + notice);
     if (m_engine.readBackRereads() > 0)
         m_log.write(QStringLiteral("Read back again: %1 time(s), when the instrument's CRC-32 of a range did not match what arrived")
                         .arg(m_engine.readBackRereads()));
@@ -228,6 +230,8 @@ void RunReporter::result(bool succeeded, const QString &text, int exitStatus, co
         emitJson(object);
         return;
     }
+    for (const QString &notice : m_engine.notices())
+        QTextStream(stderr) << "varnolt-cli: " << forConsole(notice) << Qt::endl;
     QTextStream out(stdout);
     if (!m_options.quiet)
         out << Qt::endl;
@@ -258,7 +262,8 @@ QJsonObject RunReporter::resultObject(bool succeeded, const QString &text, int e
                        {QStringLiteral("bytesAlreadyRight"), qint64(m_bytesAlreadyRight)},
                        {QStringLiteral("bytesVerified"), qint64(m_engine.BytesVerified)},
                        {QStringLiteral("images"), imageChecks()},
-                       {QStringLiteral("readBackRereads"), m_engine.readBackRereads()}};
+                       {QStringLiteral("readBackRereads"), m_engine.readBackRereads()},
+                       {QStringLiteral("notices"), QJsonArray::fromStringList(m_engine.notices())}};
     if (m_line) {
         if (m_line->rate > 0)
             object.insert(QStringLiteral("lineRate"), m_line->rate);

@@ -3,6 +3,7 @@
 #include "config/PackageConfiguration.h"
 #include "config/QX_Error.h"
 #include "config/TextFormat.h"
+#include "config/UpdateJournal.h"
 
 namespace {
 constexpr int32_t FastestSerialBaud = 115200; // every serial rate must divide the UART clock's top rate
@@ -29,8 +30,9 @@ bool ConfigurationValidator::ValidateConfiguration(PackageConfiguration &config,
     if (!config.TransferProgram.Validate())
         complain(config.TransferProgram.QX_Error_GetLastErrorString());
 
+    const UpdateJournal journal = readBackFiles ? UpdateJournal::load() : UpdateJournal();
     for (QX_Download &download : config.Downloads)
-        if (readBackFiles && !download.Validate(prompt))
+        if (readBackFiles && !download.Validate(prompt, journal))
             complain(download.QX_Error_GetLastErrorString());
 
     for (QX_Program &program : config.Programs) {

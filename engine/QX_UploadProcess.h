@@ -16,6 +16,7 @@
 #include <QHash>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -192,6 +193,8 @@ public:
     const std::vector<ImageCheck> &imageChecks() const { return m_imageChecks; }
     // Ranges read back again because the instrument's CRC-32 did not match what arrived.
     int readBackRereads() const { return m_readBackRereads; }
+    // What the last run did with read-back files saved by an update that was cut short.
+    QStringList notices() const { return m_notices; }
 
 signals:
     void ProgressUpdate(const QString &sDescription, int16_t iProgress);
@@ -235,6 +238,8 @@ private:
     // Reads the entry's range once into out, summing it into crc; false on a failure.
     bool readRange(const QX_Download &entry, const QString &action, QIODevice &out, uint8_t *buffer, Crc32 &crc);
     bool fileFailure(const QString &path, const QString &why);
+    // readBackEntry for a copy saved by an update cut short, on the same instrument.
+    bool readBesideSavedCopy(const QX_Download &entry, const QString &action, uint8_t *buffer);
     // Tells the layer what the erase and program passes will do, with every memory, range and
     // image they use; nothing when one of them lies in no memory (those passes then fail).
     void announceFlashPlan();
@@ -263,6 +268,7 @@ private:
     std::optional<std::pair<int32_t, int32_t>> m_restoredUnits;
     bool m_rangeCrcOffered = false;
     int m_readBackRereads = 0;
+    QStringList m_notices;
     int m_highestLineRate = 0;
     QString m_openFailureReason;
     EngineClock m_clock = EngineClock::system();

@@ -5,6 +5,7 @@
 
 #include "config/ErrorCodes.h"
 #include "config/TextFormat.h"
+#include "config/UpdateJournal.h"
 #include "engine/UploadDisplay.h"
 
 #include <vector>
@@ -67,6 +68,7 @@ void QX_UploadProcess::beginRun()
     m_imageChecks.clear();
     m_readBackRereads = 0;
     m_comparisons.clear();
+    m_notices.clear();
     m_restoredUnits.reset();
     m_rangeCrcOffered = false;
 }
@@ -144,10 +146,18 @@ bool QX_UploadProcess::updateFlash()
 {
     if (!identifyFlashMemories() || !DownloadFlashMemories() || !loadWriteBackImages())
         return false;
+    // From the erase on, the read-back files may hold the only copy of what they saved.
+    if (QString why; !Downloads.empty() && !UpdateJournal::begin(m_package.path(), Downloads, &why)) {
+        fail(ErrorCode::UploadEntryInvalid, QLatin1Char(' ') + why + QStringLiteral("; nothing was erased"));
+        return false;
+    }
     if (!m_fullUpdate)
         announceFlashPlan();
     m_eraseBegan = true;
-    return EraseFlashMemories() && ProgramFlashMemories();
+    if (!EraseFlashMemories() || !ProgramFlashMemories())
+        return false;
+    UpdateJournal::end();
+    return true;
 }
 
 bool QX_UploadProcess::identifyFlashMemories()

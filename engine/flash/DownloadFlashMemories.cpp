@@ -11,6 +11,9 @@
 #include "engine/Crc32.h"
 #include "engine/Timeouts.h"
 
+#include "config/UpdateJournal.h"
+
+#include <QBuffer>
 #include <QDir>
 #include <QFileInfo>
 #include <QSaveFile>
@@ -61,6 +64,8 @@ bool QX_UploadProcess::readBackEntry(const QX_Download &entry, uint8_t *buffer)
 {
     const QString action = QStringLiteral("Read File = ") + entry.Filename();
     AddLogLine(action);
+    if (entry.savedCopy() == QX_Download::SavedCopy::WriteBack)
+        return readBesideSavedCopy(entry, action, buffer);
     std::unique_ptr<QSaveFile> file; // each read starts a new one; one not committed is discarded
     const bool read = readChecked(entry, action, buffer, [&]() -> QIODevice * {
         file = std::make_unique<QSaveFile>(entry.Filename());
@@ -73,9 +78,41 @@ bool QX_UploadProcess::readBackEntry(const QX_Download &entry, uint8_t *buffer)
         return false;
     if (CancelRequested)
         return true; // the caller ends the pass; the earlier file stays untouched
+    if (entry.savedCopy() == QX_Download::SavedCopy::SetAside) {
+        const QString aside = UpdateJournal::freeName(entry.Filename(), QStringLiteral(".interrupted-"));
+        if (!QFile::rename(entry.Filename(), aside))
+            return fileFailure(entry.Filename(), QStringLiteral("it cannot be set aside as ") + aside);
+        m_notices << QStringLiteral("%1, saved by an update that was cut short, is kept as %2").arg(entry.Filename(), aside);
+    }
     if (!file->commit())
         return fileFailure(entry.Filename(), file->errorString());
     syncFolderOf(entry.Filename());
+    return true;
+}
+
+bool QX_UploadProcess::readBesideSavedCopy(const QX_Download &entry, const QString &action, uint8_t *buffer)
+{
+    // The same instrument, cut short after its erase began: the copy saved then is the one that
+    // goes back. What the instrument holds now is kept too, when it is something else.
+    QBuffer now;
+    const bool read = readChecked(entry, action, buffer, [&]() -> QIODevice * {
+        now.close();
+        now.setData(QByteArray());
+        now.open(QIODevice::WriteOnly);
+        return &now;
+    });
+    if (!read || CancelRequested)
+        return read;
+    QFile saved(entry.Filename());
+    if (saved.open(QIODevice::ReadOnly) && saved.readAll() == now.data())
+        return true;
+    const QString found = UpdateJournal::freeName(entry.Filename(), QStringLiteral(".found-"));
+    QSaveFile beside(found);
+    if (!beside.open(QIODevice::WriteOnly) || beside.write(now.data()) != now.data().size() || !beside.commit())
+        return fileFailure(found, beside.errorString());
+    syncFolderOf(found);
+    m_notices << QStringLiteral("%1, saved by an update that was cut short, is written back; what the instrument held is in %2")
+                     .arg(entry.Filename(), found);
     return true;
 }
 

@@ -49,6 +49,9 @@ private:
     // and an older text, so that every sector the update writes differs at first.
     const QByteArray m_oldFirmware = noise(0x30000, 5);
     const QByteArray m_oldText = noise(0x4000, 6);
+    // An older boot loader behind the calibration data, in its sector: the update must erase
+    // that sector and write the calibration data back.
+    const QByteArray m_oldBoot = noise(0x1000, 7);
 
     QString path(const QString &name) const { return m_folder.filePath(name); }
     QString calibrationFile() const { return path(DemoPackage::CalibrationFile); }
@@ -60,10 +63,12 @@ private:
         return index ? archive.read(*index).value_or(QByteArray()) : QByteArray();
     }
 
-    QByteArray oldMainChip() const
+    QByteArray oldMainChip(bool withBoot = false) const
     {
         QByteArray chip(MainChipBytes, '\xFF');
         chip.replace(0, m_calibration.size(), m_calibration);
+        if (withBoot)
+            chip.replace(m_calibration.size(), m_oldBoot.size(), m_oldBoot);
         chip.replace(0x10000, m_oldFirmware.size(), m_oldFirmware);
         return chip;
     }
@@ -131,28 +136,37 @@ private slots:
         QVERIFY2(!m_package.isEmpty(), qPrintable(error));
     }
 
-    void init() { QFile::remove(calibrationFile()); }
+    void init()
+    {
+        for (const QString &file : QDir(m_folder.path()).entryList({DemoPackage::CalibrationFile + QStringLiteral("*")}))
+            QFile::remove(path(file));
+    }
 
     // Each row cuts an update short, switches the instrument off and on (a new instrument
-    // process with the flash the first one left), and runs the update again.
+    // process with the flash the first one left), and runs the update again, saying it is the
+    // same instrument.
     void aRerunAfterAnInterruptionWritesOnlyWhatIsMissing_data()
     {
         QTest::addColumn<QStringList>("fault");
         QTest::addColumn<QString>("firstRunMessage");
+        QTest::addColumn<bool>("withBoot"); // the calibration data's sector is erased and written back
         QTest::newRow("power lost halfway through the erase") << QStringList{"--cut-power-in", "erase"}
-                                                             << "the instrument did not answer";
+                                                             << "the instrument did not answer" << false;
         QTest::newRow("power lost in the programming") << QStringList{"--cut-power-in", "program:200"}
-                                                       << "the instrument did not answer";
-        QTest::newRow("the port gone in the programming") << QStringList{"--disconnect-after", "30000"} << "went away";
+                                                       << "the instrument did not answer" << false;
+        QTest::newRow("the port gone in the programming") << QStringList{"--disconnect-after", "30000"} << "went away" << false;
+        QTest::newRow("power lost after the calibration data's sector was erased, before it went back")
+            << QStringList{"--cut-power-in", "program:200"} << "the instrument did not answer" << true;
     }
     void aRerunAfterAnInterruptionWritesOnlyWhatIsMissing()
     {
         QFETCH(QStringList, fault);
         QFETCH(QString, firstRunMessage);
+        QFETCH(bool, withBoot);
         // The log of an update that is not interrupted, for the rerun's to match.
         QStringList updateLog;
         {
-            const auto clean = instrument(oldMainChip(), oldLanguageChip(), {}, QStringLiteral("clean"));
+            const auto clean = instrument(oldMainChip(withBoot), oldLanguageChip(), {}, QStringLiteral("clean"));
             QVERIFY(clean);
             const CliRun update = run({"update", m_package, "--json", "--overwrite"}, *clean);
             QCOMPARE(update.exitCode, 0);
@@ -161,7 +175,7 @@ private slots:
         }
         QFile::remove(calibrationFile());
 
-        auto first = instrument(oldMainChip(), oldLanguageChip(), fault);
+        auto first = instrument(oldMainChip(withBoot), oldLanguageChip(), fault);
         QVERIFY(first);
         const CliRun cut = run({"update", m_package, "--json"}, *first);
         QCOMPARE(cut.exitCode, 1);
@@ -172,11 +186,12 @@ private slots:
         QCOMPARE(savedByTheFirstRun, m_calibration);
         const QByteArray leftMain = first->stopAndDump(QStringLiteral("AM29F040"), 0);
         const QByteArray leftLanguage = first->stopAndDump(QStringLiteral("AM29LV800"), LanguageChip);
-        QVERIFY(leftMain != oldMainChip() && leftMain != updatedMainChip()); // cut short in the middle
+        QVERIFY(leftMain != oldMainChip(withBoot) && leftMain != updatedMainChip()); // cut short in the middle
+        QCOMPARE(leftMain.left(m_calibration.size()) == m_calibration, !withBoot);
 
         auto again = instrument(leftMain, leftLanguage, {}, QStringLiteral("b"));
         QVERIFY(again);
-        const CliRun rerun = run({"update", m_package, "--json", "--overwrite"}, *again);
+        const CliRun rerun = run({"update", m_package, "--json", "--overwrite", "--same-instrument"}, *again);
         QVERIFY2(rerun.exitCode == 0, rerun.out.constData());
         const QList<QJsonObject> objects = jsonLines(rerun.out);
         QCOMPARE(withoutElapsedTime(logLinesOf(objects)), updateLog);
@@ -185,10 +200,13 @@ private slots:
                               + m_calibration.size();
         const qint64 written = result.value(QStringLiteral("bytesWritten")).toInteger();
         QCOMPARE(written + result.value(QStringLiteral("bytesAlreadyRight")).toInteger(), images);
-        QVERIFY2(written < images, qPrintable(QString::number(written))); // the calibration sector was never erased
+        if (!withBoot) // the calibration data's sector held its final content: never erased
+            QVERIFY2(written < images, qPrintable(QString::number(written)));
         QCOMPARE(again->stopAndDump(QStringLiteral("AM29F040"), 0), updatedMainChip());
         QCOMPARE(again->stopAndDump(QStringLiteral("AM29LV800"), LanguageChip), updatedLanguageChip());
         QCOMPARE(bytesOf(calibrationFile()), savedByTheFirstRun);
+        // What the instrument held when it was read again, kept beside when it was not the same.
+        QCOMPARE(bytesOf(calibrationFile() + QStringLiteral(".found-1")), withBoot ? QByteArray(0x400, '\xFF') : QByteArray());
     }
 
     void aSecondUpdateOfAnUpdatedInstrumentWritesNothing()

@@ -3,10 +3,12 @@
 // and the run stopped before any erase when it never does), and every image's CRC-32 is
 // compared after its 8-bit sum, with the log unchanged when both match. Before the erase the
 // layer is told the plan of the run, unless the user asked for everything to be written.
+#include "config/UpdateJournal.h"
 #include "engine/Crc32.h"
 #include "tests/support/RunFixture.h"
 
 #include <QFile>
+#include <QTimer>
 #include <QtTest>
 
 namespace {
@@ -194,6 +196,68 @@ private slots:
         QCOMPARE(plan.images.size(), size_t(3));
         QCOMPARE(plan.images[2].address, 0x400);
         QCOMPARE((*announced)->images, (QList<QByteArray>{TestPackage::pattern(1000), TestPackage::pattern(480), readSource(0, 1000)}));
+    }
+
+    // From the erase on the working folder says which read-back files an update saved, until
+    // everything is programmed and verified. A run after one cut short asks whether this is
+    // the same instrument: then the saved file stays and is written back (what the instrument
+    // holds now goes beside it); if not, the saved file goes aside and the range is read anew.
+    void anUpdateCutShortKeepsItsSavedCopy_data()
+    {
+        QTest::addColumn<bool>("sameInstrument");
+        QTest::newRow("the same instrument: the saved copy is written back") << true;
+        QTest::newRow("another instrument: the saved copy is set aside") << false;
+    }
+    void anUpdateCutShortKeepsItsSavedCopy()
+    {
+        QFETCH(bool, sameInstrument);
+        QString ini = Config;
+        ini.replace(QStringLiteral("PROGRAM1=0X20000,TEXT_EN.BIN"), QStringLiteral("PROGRAM1=0X400,CAL.BIN"));
+        RunFixture r(ini);
+        const QString journal = r.outPath(UpdateJournal::FileName);
+        bool journalDuringErase = false;
+        r.f->prepareLayer = [&](ScriptedAppLayer &layer) {
+            layer.setReadSource(readSource);
+            layer.holdAt(QStringLiteral("ProgramBlock")); // cut short in the programming
+            connect(&layer, &ScriptedAppLayer::requestWithheld, &layer, [&] {
+                journalDuringErase = QFile::exists(journal);
+                QTimer::singleShot(0, &r.f->engine, [&] { r.f->engine.Cancel(); });
+            });
+        };
+        QVERIFY(!r.f->engine.Upload());
+        QVERIFY(journalDuringErase);
+        QVERIFY(QFile::exists(journal)); // the update did not finish
+        const QByteArray saved = readSource(0, 1000);
+
+        // The instrument now holds something else where the calibration data was.
+        const auto erased = [](int32_t, int32_t count) { return QByteArray(count, '\xFF'); };
+        RunFixture again(ini);
+        QFile::copy(r.outPath(QStringLiteral("CAL.BIN")), again.outPath(QStringLiteral("CAL.BIN")));
+        QFile::copy(journal, again.outPath(UpdateJournal::FileName));
+        again.f->prompt.answers = {sameInstrument};
+        again.f->prepareLayer = [&](ScriptedAppLayer &layer) { layer.setReadSource(erased); };
+        QVERIFY(again.f->engine.Upload());
+        QCOMPARE(again.f->prompt.questions.size(), 1);
+        QVERIFY(again.f->prompt.questions.first().startsWith(QStringLiteral("Interrupted Update|The file")));
+        QVERIFY(!QFile::exists(again.outPath(UpdateJournal::FileName))); // finished
+        const auto bytes = [&](const QString &name) {
+            QFile file(again.outPath(name));
+            return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        };
+        QByteArray writtenBack;
+        for (const auto &call : *again.f->calls)
+            if (call.name == QStringLiteral("ProgramBlock") && call.args.at(0).toInt() < 0x10000)
+                writtenBack += call.args.at(4).toByteArray();
+        if (sameInstrument) {
+            QCOMPARE(bytes(QStringLiteral("CAL.BIN")), saved);
+            QCOMPARE(bytes(QStringLiteral("CAL.BIN.found-1")), QByteArray(1000, '\xFF'));
+            QCOMPARE(writtenBack, saved);
+        } else {
+            QCOMPARE(bytes(QStringLiteral("CAL.BIN.interrupted-1")), saved);
+            QCOMPARE(bytes(QStringLiteral("CAL.BIN")), QByteArray(1000, '\xFF'));
+            QCOMPARE(writtenBack, QByteArray(1000, '\xFF'));
+        }
+        QCOMPARE(again.f->engine.notices().size(), 1);
     }
 };
 
