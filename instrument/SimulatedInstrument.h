@@ -36,8 +36,8 @@ public:
 
     // Bytes from the host.
     void receive(const QByteArray &bytes);
-    // The power is gone (--cut-power-after, --cut-power-in).
-    bool poweredOff() const { return m_poweredOff; }
+    // Bytes received from the host so far: the scale of --cut-power-after and --disconnect-after.
+    int64_t bytesReceived() const { return m_bytesReceived; }
     // Puts the --load files into the chips; false with a reason.
     bool loadFiles(QString *error);
     // Writes every chip to the dump folder; false with a reason.
