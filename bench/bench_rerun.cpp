@@ -15,10 +15,9 @@
 // the one the first run saved, and one line per point that is not; then the same for cuts in
 // the stages that take few bytes (the transfer program's load, each erase, the calibration
 // data's write-back).
+#include "tests/e2e/ToolOutput.h"
 #include "tools/demo-package/DemoPackage.h"
 #include "tools/package-builder/PackageBuilder.h"
-
-#include "package/ZipArchive.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -36,30 +35,8 @@ namespace {
 constexpr int StartLimitMs = 5000;
 constexpr int RunLimitMs = 600000; // a full update of 512 KiB at 115200 baud takes about a minute
 constexpr int MainChip = 512 * 1024;
-constexpr int LanguageChip = 1024 * 1024;
 constexpr uint32_t LanguageBase = 0x100000;
-
-QByteArray noise(int size, uint32_t seed)
-{
-    QByteArray bytes(size, '\0');
-    for (char &byte : bytes) {
-        seed = seed * 1664525u + 1013904223u;
-        byte = char(seed >> 24);
-    }
-    return bytes;
-}
-
-QByteArray bytesOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
+using DemoPackage::noise;
 
 struct Tools {
     QString cli;
@@ -166,34 +143,10 @@ int speed(const Tools &tools)
 // --- cuts ----------------------------------------------------------------------------------
 
 struct Demo {
-    QString folder;
     QString package;
     QByteArray calibration = noise(0x400, 3);
-    QByteArray mainBefore;
-    QByteArray languageBefore;
-    QByteArray mainAfter;
-    QByteArray languageAfter;
-
-    bool prepare(const QString &into)
-    {
-        folder = into;
-        QString error;
-        package = DemoPackage::write(folder, &error);
-        ZipArchive archive(package);
-        const auto member = [&](const char *name) { return archive.read(*archive.find(QLatin1String(name))).value_or(QByteArray()); };
-        mainBefore = QByteArray(MainChip, '\xFF');
-        mainBefore.replace(0, calibration.size(), calibration);
-        mainBefore.replace(calibration.size(), 0x1000, noise(0x1000, 7)); // an older boot loader
-        mainBefore.replace(0x10000, 0x30000, noise(0x30000, 5));         // an older firmware
-        languageBefore = QByteArray(LanguageChip, '\xFF');
-        languageBefore.replace(0, 0x4000, noise(0x4000, 6));
-        mainAfter = QByteArray(MainChip, '\xFF');
-        mainAfter.replace(0, calibration.size(), calibration);
-        mainAfter.replace(0x10000, member("MAIN207.BIN").size(), member("MAIN207.BIN"));
-        languageAfter = QByteArray(LanguageChip, '\xFF');
-        languageAfter.replace(0, member("TEXT_EN.BIN").size(), member("TEXT_EN.BIN"));
-        return !package.isEmpty();
-    }
+    DemoPackage::Flash before = DemoPackage::olderFlash(calibration);
+    DemoPackage::Flash after = DemoPackage::updatedFlash(calibration);
 };
 
 // One update cut at a point and run again; "" when the rerun ends exactly as an uncut update.
@@ -204,7 +157,7 @@ QString cutAndRerun(const Tools &tools, const Demo &demo, const QStringList &cut
     const QStringList chips{"--flash", "AM29F040@0x0", "--flash", "AM29LV800@0x100000", "--no-pacing", "--time-scale", "0"};
     const QString main = work + QStringLiteral("/main.bin");
     const QString language = work + QStringLiteral("/language.bin");
-    if (!writeFile(main, demo.mainBefore) || !writeFile(language, demo.languageBefore))
+    if (!writeFile(main, demo.before.main) || !writeFile(language, demo.before.language))
         return QStringLiteral("cannot write the flash files");
     QByteArray leftMain;
     QByteArray leftLanguage;
@@ -226,7 +179,7 @@ QString cutAndRerun(const Tools &tools, const Demo &demo, const QStringList &cut
     again.stop();
     if (status != 0)
         return QStringLiteral("the rerun ended with %1").arg(status);
-    if (again.chip(QStringLiteral("AM29F040"), 0) != demo.mainAfter || again.chip(QStringLiteral("AM29LV800"), LanguageBase) != demo.languageAfter)
+    if (again.chip(QStringLiteral("AM29F040"), 0) != demo.after.main || again.chip(QStringLiteral("AM29LV800"), LanguageBase) != demo.after.language)
         return QStringLiteral("the flash is not that of an uncut update");
     const QByteArray calibrationNow = bytesOf(calibrationFile);
     if ((!savedByTheFirstRun.isEmpty() && calibrationNow != savedByTheFirstRun) || calibrationNow != demo.calibration)
@@ -238,8 +191,10 @@ int cuts(const Tools &tools, int points)
 {
     QTemporaryDir folder;
     Demo demo;
-    if (!demo.prepare(folder.path())) {
-        std::fprintf(stderr, "bench_rerun: no demo package\n");
+    QString error;
+    demo.package = DemoPackage::write(folder.path(), &error);
+    if (demo.package.isEmpty()) {
+        std::fprintf(stderr, "bench_rerun: %s\n", qPrintable(error));
         return 1;
     }
     // The bytes an uncut update sends the instrument: the scale of the points.
@@ -248,7 +203,7 @@ int cuts(const Tools &tools, int points)
     const QString main = work + QStringLiteral("/main.bin");
     const QString language = work + QStringLiteral("/language.bin");
     qint64 total = 0;
-    if (writeFile(main, demo.mainBefore) && writeFile(language, demo.languageBefore)) {
+    if (writeFile(main, demo.before.main) && writeFile(language, demo.before.language)) {
         Instrument uncut(tools, work, {{main, 0}, {language, LanguageBase}},
                          {"--flash", "AM29F040@0x0", "--flash", "AM29LV800@0x100000", "--no-pacing", "--time-scale", "0"});
         if (runTool(tools, work, uncut.device(), {"update", demo.package, "--overwrite"}) == 0)

@@ -67,3 +67,16 @@ struct CliRun {
     QString text() const { return QString::fromUtf8(out); }
     QString errors() const { return QString::fromUtf8(err); }
 };
+
+// Waits up to limitMs for a started tool to end (kills it then) and takes what it said.
+inline CliRun finished(QProcess &tool, int limitMs)
+{
+    CliRun result;
+    if (!tool.waitForFinished(limitMs))
+        tool.kill();
+    tool.waitForFinished();
+    result.exitCode = tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
+    result.out = tool.readAllStandardOutput();
+    result.err = tool.readAllStandardError();
+    return result;
+}

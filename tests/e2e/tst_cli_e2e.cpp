@@ -78,14 +78,7 @@ private:
     {
         QProcess tool;
         start(tool, arguments, device);
-        CliRun result;
-        if (!tool.waitForFinished(RunLimitMs))
-            tool.kill();
-        tool.waitForFinished();
-        result.exitCode = tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
-        result.out = tool.readAllStandardOutput();
-        result.err = tool.readAllStandardError();
-        return result;
+        return finished(tool, RunLimitMs);
     }
 
     // The log file's line on an image verified by both checksums.

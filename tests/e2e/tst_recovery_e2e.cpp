@@ -17,19 +17,10 @@
 
 namespace {
 constexpr int RunLimitMs = 60000;
-constexpr int MainChipBytes = 512 * 1024;
-constexpr int LanguageChipBytes = 1024 * 1024;
 constexpr uint32_t LanguageChip = 0x100000;
-
-QByteArray noise(int size, uint32_t seed)
-{
-    QByteArray bytes(size, '\0');
-    for (char &byte : bytes) {
-        seed = seed * 1664525u + 1013904223u;
-        byte = char(seed >> 24);
-    }
-    return bytes;
-}
+constexpr int CalibrationBytes = 0x400;
+constexpr int OlderBootLoaderBytes = 0x1000;
+using DemoPackage::noise;
 
 // The elapsed time is the machine's; everything else of a log is the update's.
 QStringList withoutElapsedTime(QStringList lines)
@@ -44,14 +35,7 @@ class RecoveryEndToEndTest : public QObject {
 private:
     QTemporaryDir m_folder;
     QString m_package;
-    const QByteArray m_calibration = noise(0x400, 3);
-    // What the instrument holds before any update: its calibration data, then an older firmware
-    // and an older text, so that every sector the update writes differs at first.
-    const QByteArray m_oldFirmware = noise(0x30000, 5);
-    const QByteArray m_oldText = noise(0x4000, 6);
-    // An older boot loader behind the calibration data, in its sector: the update must erase
-    // that sector and write the calibration data back.
-    const QByteArray m_oldBoot = noise(0x1000, 7);
+    const QByteArray m_calibration = noise(CalibrationBytes, 3);
 
     QString path(const QString &name) const { return m_folder.filePath(name); }
     QString calibrationFile() const { return path(DemoPackage::CalibrationFile); }
@@ -63,36 +47,20 @@ private:
         return index ? archive.read(*index).value_or(QByteArray()) : QByteArray();
     }
 
+    // What the instrument holds before any update: its calibration data, an older firmware and
+    // an older text, so that every sector the update writes differs at first; withBoot, also an
+    // older boot loader beside the calibration data, so that the update erases that sector too
+    // and writes the data back.
     QByteArray oldMainChip(bool withBoot = false) const
     {
-        QByteArray chip(MainChipBytes, '\xFF');
-        chip.replace(0, m_calibration.size(), m_calibration);
-        if (withBoot)
-            chip.replace(m_calibration.size(), m_oldBoot.size(), m_oldBoot);
-        chip.replace(0x10000, m_oldFirmware.size(), m_oldFirmware);
+        QByteArray chip = DemoPackage::olderFlash(m_calibration).main;
+        if (!withBoot)
+            chip.replace(CalibrationBytes, OlderBootLoaderBytes, QByteArray(OlderBootLoaderBytes, '\xFF'));
         return chip;
     }
-    QByteArray oldLanguageChip() const
-    {
-        QByteArray chip(LanguageChipBytes, '\xFF');
-        chip.replace(0, m_oldText.size(), m_oldText);
-        return chip;
-    }
-    // The flash after an update: the erased sectors hold the new firmware and the calibration
-    // data written back, FF elsewhere; the language chip's first sector the new text.
-    QByteArray updatedMainChip() const
-    {
-        QByteArray chip(MainChipBytes, '\xFF');
-        chip.replace(0, m_calibration.size(), m_calibration);
-        chip.replace(0x10000, member(QStringLiteral("MAIN207.BIN")).size(), member(QStringLiteral("MAIN207.BIN")));
-        return chip;
-    }
-    QByteArray updatedLanguageChip() const
-    {
-        QByteArray chip(LanguageChipBytes, '\xFF');
-        chip.replace(0, member(QStringLiteral("TEXT_EN.BIN")).size(), member(QStringLiteral("TEXT_EN.BIN")));
-        return chip;
-    }
+    QByteArray oldLanguageChip() const { return DemoPackage::olderFlash(m_calibration).language; }
+    QByteArray updatedMainChip() const { return DemoPackage::updatedFlash(m_calibration).main; }
+    QByteArray updatedLanguageChip() const { return DemoPackage::updatedFlash(m_calibration).language; }
 
     // An instrument whose chips hold main and language (written to files to load) at power-on.
     std::unique_ptr<InstrumentProcess> instrument(const QByteArray &main, const QByteArray &language, const QStringList &faults = {},
@@ -117,14 +85,7 @@ private:
         tool.setProcessEnvironment(env);
         tool.setWorkingDirectory(m_folder.path());
         tool.start(QStringLiteral(VARNOLT_CLI), arguments);
-        CliRun result;
-        if (!tool.waitForFinished(RunLimitMs))
-            tool.kill();
-        tool.waitForFinished();
-        result.exitCode = tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
-        result.out = tool.readAllStandardOutput();
-        result.err = tool.readAllStandardError();
-        return result;
+        return finished(tool, RunLimitMs);
     }
 
 private slots:
@@ -206,7 +167,7 @@ private slots:
         QCOMPARE(again->stopAndDump(QStringLiteral("AM29LV800"), LanguageChip), updatedLanguageChip());
         QCOMPARE(bytesOf(calibrationFile()), savedByTheFirstRun);
         // What the instrument held when it was read again, kept beside when it was not the same.
-        QCOMPARE(bytesOf(calibrationFile() + QStringLiteral(".found-1")), withBoot ? QByteArray(0x400, '\xFF') : QByteArray());
+        QCOMPARE(bytesOf(calibrationFile() + QStringLiteral(".found-1")), withBoot ? QByteArray(CalibrationBytes, '\xFF') : QByteArray());
     }
 
     void aSecondUpdateOfAnUpdatedInstrumentWritesNothing()
