@@ -71,11 +71,26 @@ void SimulatedInstrument::receive(const QByteArray &received)
         emit vanished();
         return;
     }
-    for (const Frame &frame : m_decoder.feed(bytes))
+    // Up to one END at a time: each damaged frame is told of before what follows it is taken.
+    for (qsizetype from = 0; from < bytes.size();) {
+        const qsizetype end = bytes.indexOf(char(Frame::End), from);
+        const qsizetype to = end < 0 ? bytes.size() : end + 1;
+        takeFrame(bytes.sliced(from, to - from));
+        from = to;
+    }
+}
+
+void SimulatedInstrument::takeFrame(const QByteArray &bytes)
+{
+    const int damagedBefore = m_decoder.corruptFrames();
+    for (const Frame &frame : m_decoder.feed(bytes)) {
+        m_lastIntact = frame.sequence;
+        m_damagedSinceIntact = 0;
         handle(frame);
-    if (m_decoder.corruptFrames() > m_corruptSeen) {
-        m_corruptSeen = m_decoder.corruptFrames();
-        emitFrame(Frame{0, Nak, {}});
+    }
+    if (m_decoder.corruptFrames() > damagedBefore) {
+        m_damagedSinceIntact = std::min(m_damagedSinceIntact + 1, int(UINT8_MAX));
+        emitFrame(Frame{0, Nak, Writer().u8(m_lastIntact).u8(uint8_t(m_damagedSinceIntact)).done()});
     }
 }
 

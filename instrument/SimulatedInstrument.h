@@ -45,6 +45,9 @@ private:
     enum class Stage { BootRom, TransferProgram };
     using Reader = Protocol::Reader;
 
+    // Bytes up to and with one END: a frame to handle, or a damaged one to send a Nak for that
+    // names the last request that arrived intact and the damaged frames since.
+    void takeFrame(const QByteArray &bytes);
     void handle(const Frame &request);
     // Whether the request is being worked on or waits its turn.
     bool isUnderWay(const Frame &request) const;
@@ -77,7 +80,8 @@ private:
     bool m_voltage = false;
     std::optional<uint32_t> m_refusedAt; // where the image being programmed was first refused
     FrameDecoder m_decoder;
-    int m_corruptSeen = 0;
+    uint8_t m_lastIntact = 0; // the number of the last request that arrived intact; 0: none since power-on
+    int m_damagedSinceIntact = 0;
     int m_framesSeen = 0;
     int64_t m_bytesReceived = 0;
     QTimer m_stallEnd;

@@ -60,8 +60,8 @@ uint8_t Link::request(uint8_t type, const QByteArray &payload, int expectedReply
         return frame.sequence;
     }
     transmit(m_outstanding.back());
+    m_outstanding.back().firstWrite = m_writes;
     if (m_outstanding.size() == 1) {
-        m_attempts = 1;
         armForOldest();
         callTransport([](Transport &transport) { transport.setAwaitingAnswers(true); });
     }
@@ -91,6 +91,12 @@ void Link::transmit(Outstanding &request)
     request.wireMs = m_transport.wireTimeMs(int(wire.size()));
     m_wireFreeAtMs = std::max(m_wireFreeAtMs, request.writtenAtMs) + request.wireMs;
     request.sentByMs = m_wireFreeAtMs;
+    ++request.sends;
+    request.lastWrite = ++m_writes;
+    m_recentWrites.push_back(request.frame.sequence);
+    if (m_recentWrites.size() > size_t(RecentWrites))
+        m_recentWrites.pop_front();
+    m_frameSize.carried(int(wire.size()));
 }
 
 // The estimates above assume the line moves at its nominal rate. One that is faster (a USB
@@ -122,19 +128,69 @@ void Link::armForOldest()
 
 void Link::resendAll()
 {
-    ++m_attempts;
-    for (Outstanding &request : m_outstanding) {
-        ++m_retransmissions;
-        request.resent = true; // its answer may be to an earlier send
-        transmit(request);
-    }
+    for (Outstanding &request : m_outstanding)
+        if (!resend(request))
+            return;
     armForOldest();
+}
+
+bool Link::resend(Outstanding &request)
+{
+    if (request.sends >= LinkTimeouts::MostSendsOfOneRequest) {
+        fail(Failure::NoAnswer, QStringLiteral("the line damaged %1 sends of one request; check the cable and its plugs, "
+                                               "and keep it short and away from motors and mains cables")
+                                    .arg(request.sends));
+        return false;
+    }
+    ++m_retransmissions;
+    request.resent = true; // its answer may be to an earlier send
+    transmit(request);
+    return true;
+}
+
+bool Link::resendDamaged(uint8_t intact, int damaged)
+{
+    const auto named = std::find(m_recentWrites.rbegin(), m_recentWrites.rend(), intact);
+    if (intact == 0 || named == m_recentWrites.rend())
+        return false;
+    const uint64_t namedWrite = m_writes - uint64_t(named - m_recentWrites.rbegin());
+    for (uint64_t write = namedWrite + 1; write <= std::min(m_writes, namedWrite + uint64_t(damaged)); ++write) {
+        const auto lost = std::find_if(m_outstanding.begin(), m_outstanding.end(),
+                                       [&](const Outstanding &o) { return o.lastWrite == write; });
+        if (lost == m_outstanding.end())
+            continue; // answered, or sent again since
+        const bool oldest = lost == m_outstanding.begin();
+        if (!resend(*lost))
+            return true;
+        if (oldest)
+            armForOldest();
+    }
+    return true;
+}
+
+bool Link::resendOverdue(uint64_t write)
+{
+    // In the order of their first sends, so those sent from the write on end the search.
+    for (auto it = m_outstanding.begin(); it != m_outstanding.end() && it->firstWrite < write; ++it) {
+        if (it->lastWrite > write)
+            continue; // sent again after it: that send may still be on its way
+        if (!resend(*it))
+            return false;
+        if (it == m_outstanding.begin())
+            armForOldest();
+    }
+    return true;
 }
 
 void Link::onBytes(const QByteArray &bytes)
 {
     const QPointer<Link> alive(this);
-    for (const Frame &frame : m_decoder.feed(bytes)) {
+    m_frameSize.carried(int(bytes.size()));
+    const QList<Frame> frames = m_decoder.feed(bytes);
+    for (; m_damagedTaken < m_decoder.corruptFrames(); ++m_damagedTaken)
+        m_frameSize.damaged();
+    for (const Frame &frame : frames) {
+        m_silentWaits = 0; // the instrument is there
         if (m_outstanding.empty())
             break; // a late duplicate of an answer already taken
         onFrame(frame);
@@ -147,7 +203,7 @@ void Link::onBytes(const QByteArray &bytes)
 void Link::onFrame(const Frame &frame)
 {
     if (frame.type == Protocol::Nak) {
-        resendAll(); // it saw a request of ours damaged: send again now
+        onNak(frame);
         return;
     }
     if (!isOutstanding(frame.sequence))
@@ -156,6 +212,18 @@ void Link::onFrame(const Frame &frame)
         onBusy();
     else if (frame.type == Protocol::Reply)
         onReply(frame);
+}
+
+// It saw requests of ours damaged: send them again now. An instrument that does not say which
+// (an empty Nak) has every unanswered request again.
+void Link::onNak(const Frame &nak)
+{
+    m_frameSize.damaged();
+    Protocol::Reader names(nak.payload);
+    const uint8_t intact = names.u8();
+    const uint8_t damaged = names.u8();
+    if (nak.payload.size() != Protocol::NakPayloadBytes || !resendDamaged(intact, damaged))
+        resendAll();
 }
 
 void Link::onBusy()
@@ -222,15 +290,17 @@ void Link::onReply(const Frame &frame)
     pullInEstimates(it);
     m_busySinceMs.reset();
     m_payloadBytes += it->frame.payload.size() + frame.payload.size();
+    const uint64_t answeredFrom = it->firstWrite;
     m_outstanding.erase(it);
+    m_frameSize.answered();
     if (m_outstanding.empty()) {
         m_timer.stop();
         callTransport([](Transport &transport) { transport.setAwaitingAnswers(false); });
     } else if (wasOldest) {
-        m_attempts = 1;
         armForOldest();
     } // else the oldest's answer is still missing and its wait runs on
-    emit replied(frame.sequence, frame.payload);
+    if (resendOverdue(answeredFrom)) // before anything new goes
+        emit replied(frame.sequence, frame.payload);
 }
 
 void Link::onTimeout()
@@ -238,7 +308,7 @@ void Link::onTimeout()
     callTransport([](Transport &transport) { transport.pauseReading(0); }); // whatever came is needed now, whole or not
     if (m_outstanding.empty())
         return;
-    if (m_attempts < LinkTimeouts::MaxAttempts) {
+    if (++m_silentWaits < LinkTimeouts::MaxAttempts) {
         resendAll();
         return;
     }

@@ -29,10 +29,15 @@ inline constexpr auto LongestOperation = 5min;
 // well under a second at 115200 baud. A line slower than that, or one that does not answer,
 // is not waited for longer: the request is on the line, and the run is over.
 inline constexpr auto VoltageOffAtClose = 2s;
-// Sends of one request before the instrument counts as not answering. At one damaged byte in
-// 1000 a full 260-byte frame is lost about one time in four; eight sends lose a request about
-// once in 100,000, and a dead line is still given up within a few seconds.
+// Waits for an answer that may run out since the instrument was last heard (any intact frame
+// from it) before it counts as not answering: a dead line or instrument is given up within a
+// few seconds, while on a noisy line the instrument's Naks and answers show that it is there.
 inline constexpr int MaxAttempts = 8;
+// Sends of one request before the line counts as too noisy for an update while the instrument
+// is heard. At one damaged byte in 100 a request of the size the link then uses
+// (AdaptiveFrameSize) comes through with its answer about every other time, and 32 sends all
+// lose it about once in 10^10; a line that loses nearly every frame is given up within seconds.
+inline constexpr int MostSendsOfOneRequest = 32;
 // The shortest pause in reading worth a timer: a line delivers in pieces a millisecond or two
 // apart (a UART's FIFO, a USB adapter's latency timer, the simulated line's 2 ms steps), so a
 // shorter pause would cost a timer's wake-up to save one or two.
@@ -41,6 +46,19 @@ inline constexpr auto ShortestReadPause = 4ms;
 // resumes although the line delivers in pieces: a few ms of latency, no lost line time while
 // later requests keep the line busy.
 inline constexpr auto ReadPauseMargin = 3ms;
+
+// How much data a request carries on a noisy line (AdaptiveFrameSize), in bytes.
+// The first requests of a channel, before anything is known of the line: at one damaged byte in
+// 100 such a frame still comes through about every other time. The size doubles with every
+// answer, so a clean line carries whole 4000-byte blocks from about the tenth request on.
+inline constexpr int FirstRequestData = 32;
+// The least: below it a request's own 16 bytes would be more than half of what it moves.
+inline constexpr int SmallestRequestData = 16;
+// How far back the damage seen counts, in bytes on the wire in both directions (it fades by a
+// factor e over that many): at one byte in 1000 some sixteen damaged frames, enough for a steady
+// estimate; short enough that on a line that became clean 240-byte blocks go whole again within
+// about two seconds at 115200 baud, 4000-byte ones within about ten.
+inline constexpr int LineMemoryBytes = 16384;
 
 // The GPIB transports, in milliseconds unless said otherwise.
 namespace Gpib {
