@@ -8,6 +8,7 @@
 #include <QScopedValueRollback>
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 Link::Link(Transport &transport, std::chrono::milliseconds longestOperation, QObject *parent)
     : QObject(parent), m_transport(transport), m_longestOperationMs(double(longestOperation.count())),
@@ -20,6 +21,9 @@ Link::Link(Transport &transport, std::chrono::milliseconds longestOperation, QOb
     connect(&m_transport, &Transport::failed, this,
             [this](const QString &reason) { take([this, reason] { onTransportFailed(reason); }); });
     connect(&m_timer, &QTimer::timeout, this, &Link::onTimeout);
+    m_damageTimer.setSingleShot(true);
+    m_damageTimer.setTimerType(Qt::PreciseTimer);
+    connect(&m_damageTimer, &QTimer::timeout, this, &Link::resendDamagedAnswers);
 }
 
 // At once, as it comes: a transport that asks for more right after it has handed over bytes
@@ -186,18 +190,63 @@ void Link::onBytes(const QByteArray &bytes)
 {
     const QPointer<Link> alive(this);
     m_frameSize.carried(int(bytes.size()));
-    const QList<Frame> frames = m_decoder.feed(bytes);
-    for (; m_damagedTaken < m_decoder.corruptFrames(); ++m_damagedTaken)
-        m_frameSize.damaged();
-    for (const Frame &frame : frames) {
-        m_silentWaits = 0; // the instrument is there
-        if (m_outstanding.empty())
-            break; // a late duplicate of an answer already taken
-        onFrame(frame);
-        if (!alive)
-            return; // whoever took the answer or the failure closed the channel
+    // Up to one END at a time, so that a damaged frame is known in its place among the others.
+    for (qsizetype from = 0; from < bytes.size();) {
+        const qsizetype end = bytes.indexOf(char(Frame::End), from);
+        const qsizetype to = end < 0 ? bytes.size() : end + 1;
+        const int damagedBefore = m_decoder.corruptFrames();
+        const QList<Frame> frames = m_decoder.feed(bytes.sliced(from, to - from));
+        from = to;
+        if (m_decoder.corruptFrames() > damagedBefore)
+            onDamagedFrame();
+        for (const Frame &frame : frames) {
+            m_silentWaits = 0; // the instrument is there
+            if (m_outstanding.empty())
+                continue; // a late duplicate of an answer already taken
+            onFrame(frame);
+            if (!alive)
+                return; // whoever took the answer or the failure closed the channel
+        }
     }
     pauseReading();
+}
+
+// Answers come in the order of their requests, so a damaged frame that no answer follows was
+// most likely the answer to the oldest request still unanswered: once that answer would have
+// been in, the request goes again instead of waiting for the full wait to run out. Not while
+// the instrument says it is busy: the damaged frame was then most likely a busy frame.
+void Link::onDamagedFrame()
+{
+    m_frameSize.damaged();
+    if (m_outstanding.empty() || m_busySinceMs)
+        return;
+    if (m_damagedFrames++ == 0)
+        m_writesAtDamage = m_writes;
+    const Outstanding &oldest = m_outstanding.front();
+    const double waitMs = std::max(0.0, oldest.sentByMs - nowMs()) + oldest.replyWireMs
+                          + double(LinkTimeouts::DamagedAnswerMargin.count());
+    m_damageTimer.start(int(std::ceil(waitMs)));
+}
+
+void Link::forgetDamagedFrames()
+{
+    m_damagedFrames = 0;
+    m_damageTimer.stop();
+}
+
+void Link::resendDamagedAnswers()
+{
+    int damaged = std::exchange(m_damagedFrames, 0);
+    const double now = nowMs();
+    for (auto it = m_outstanding.begin(); it != m_outstanding.end() && damaged > 0; ++it) {
+        if (it->lastWrite > m_writesAtDamage || it->sentByMs + it->replyWireMs > now)
+            continue; // sent again since, or its answer may still be on its way
+        --damaged;
+        if (!resend(*it))
+            return;
+        if (it == m_outstanding.begin())
+            armForOldest();
+    }
 }
 
 void Link::onFrame(const Frame &frame)
@@ -228,6 +277,7 @@ void Link::onNak(const Frame &nak)
 
 void Link::onBusy()
 {
+    forgetDamagedFrames(); // the instrument works on the oldest request
     const double now = nowMs();
     if (!m_busySinceMs)
         m_busySinceMs = now;
@@ -292,6 +342,7 @@ void Link::onReply(const Frame &frame)
     m_payloadBytes += it->frame.payload.size() + frame.payload.size();
     const uint64_t answeredFrom = it->firstWrite;
     m_outstanding.erase(it);
+    forgetDamagedFrames(); // an answer after them: those they damaged are overdue now
     m_frameSize.answered();
     if (m_outstanding.empty()) {
         m_timer.stop();
@@ -330,6 +381,7 @@ void Link::failForLostTransport()
 void Link::fail(Failure failure, const QString &reason)
 {
     m_timer.stop();
+    forgetDamagedFrames();
     m_busySinceMs.reset();
     m_outstanding.clear();
     callTransport([](Transport &transport) {

@@ -3,10 +3,10 @@
 // answered by the instrument's Reply with its number; a request lost on the way, or whose answer
 // was, goes out again with its number (the instrument then answers from its cache instead of
 // acting twice). Only what was lost goes again: the instrument answers in the order requests
-// arrive, so an answer shows every request sent before it and still unanswered to be lost, and
-// its Nak names the last request that arrived intact and how many damaged frames followed it.
-// A Nak that names nothing, or a wait for an answer that runs out, sends every unanswered request
-// again. Busy frames stretch the wait during long operations, up to
+// arrive, so an answer shows every request sent before it and still unanswered to be lost, a
+// damaged frame that no answer follows was most likely the oldest's answer, and its Nak names
+// the last request that arrived intact and how many damaged frames followed it. A Nak that
+// names nothing, or a wait for an answer that runs out, sends every unanswered request again. Busy frames stretch the wait during long operations, up to
 // LinkTimeouts::LongestOperation. After MaxAttempts waits in a row with nothing heard from the
 // instrument, after MostSendsOfOneRequest sends of one request, or when the transport breaks,
 // every request on the way fails at once with a reason that says what to check. A transport
@@ -100,6 +100,11 @@ private:
     void onFrame(const Frame &frame);
     void onReply(const Frame &frame);
     void onNak(const Frame &nak);
+    void onDamagedFrame();
+    void forgetDamagedFrames();
+    // The damaged frames that no answer followed were the answers to as many of the oldest
+    // requests, unless those went again since or their answers can still be on the way.
+    void resendDamagedAnswers();
     void onBusy();
     void onTimeout();
     void onTransportFailed(const QString &reason);
@@ -144,7 +149,9 @@ private:
     std::deque<uint8_t> m_recentWrites;  // the numbers of the latest writes, newest last
     uint64_t m_writes = 0;               // writes so far
     AdaptiveFrameSize m_frameSize;
-    int m_damagedTaken = 0;              // damaged answers already told to m_frameSize
+    QTimer m_damageTimer;        // runs out when the answer a damaged frame may have been is overdue
+    int m_damagedFrames = 0;     // from the instrument, since the last answer or busy frame
+    uint64_t m_writesAtDamage = 0; // writes before the first of them
     bool m_callingTransport = false;
     int m_reportsWaiting = 0; // reports put off until the event loop
     uint8_t m_nextSequence; // starts anywhere, so a new channel does not repeat the numbers of the last

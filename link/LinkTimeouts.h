@@ -18,6 +18,12 @@ inline constexpr auto LongestReplyWait = 40s;
 // 3 s) and its answer to "++ver" (Gpib::ControllerAnswer, 1 s) are the slowest opens that
 // succeed; a transport that has said nothing after this is hung (a stuck driver).
 inline constexpr auto LongestOpen = 10s;
+// After a frame from the instrument that arrived damaged, added to the wire time of the oldest
+// request's answer before the damaged frame counts as that answer and the request goes again:
+// a USB serial adapter hands on what it has at least every 16 ms (its latency timer), and the
+// instrument turns round within a few. A wrong guess costs one request sent again, answered
+// from what the instrument kept; waiting out ReplyMargin costs a quarter of a second.
+inline constexpr auto DamagedAnswerMargin = 30ms;
 // A busy instrument sends a busy frame every 100 ms; three missed in a row mean it is gone.
 inline constexpr auto BusySilence = 400ms;
 // The longest one request may keep the instrument busy without an answer: erasing the whole of

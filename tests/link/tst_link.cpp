@@ -187,8 +187,9 @@ private slots:
     // The instrument's events: N answers the N-th request, "other" a number not on the way,
     // "nak" says requests came damaged without saying which, "nak:I:K" that K frames came
     // damaged after the I-th request arrived intact ("-": none did, "x": a number not sent
-    // lately), "busy" keeps the first busy for a second, "timeout" lets the wait for an answer
-    // run out. Then the requests answered and written, in order: only what was lost goes again.
+    // lately), "damaged" is a frame from the instrument that arrives damaged, "busy" keeps the
+    // first busy for a second, "timeout" lets a wait run out. Then the requests answered and
+    // written, in order: only what was lost goes again.
     void answersAreTakenByTheirNumber_data()
     {
         QTest::addColumn<int>("requests");
@@ -207,6 +208,9 @@ private slots:
         QTest::newRow("damage after the last request: nothing") << 3 << "nak:2:1 0 1 2" << "012" << "012";
         QTest::newRow("a damaged one sent again since: not again") << 3 << "nak:0:1 nak:0:1 0 1 2" << "012" << "0121";
         QTest::newRow("a number not sent lately: every unanswered") << 3 << "nak:x:1 0 1 2" << "012" << "012012";
+        QTest::newRow("a damaged answer, then silence: the oldest goes again")
+            << 3 << "damaged timeout 0 1 2" << "012" << "0120";
+        QTest::newRow("... two: the two oldest") << 3 << "damaged damaged timeout 0 1 2" << "012" << "01201";
         QTest::newRow("busy frames hold the resend off") << 1 << "busy 0" << "0" << "0";
     }
     void answersAreTakenByTheirNumber()
@@ -227,6 +231,8 @@ private slots:
                 c.busy(numbers[0], 10); // four times as long as a plain answer may take
             else if (event == QLatin1String("nak"))
                 c.deliver(Frame{0, Protocol::Nak, {}});
+            else if (event == QLatin1String("damaged"))
+                c.transport.deliver(QByteArray::fromHex("c0" "0180" "0600" "c0")); // cut short after its header
             else if (event.startsWith(QLatin1String("nak:"))) {
                 const QString named = event.section(QLatin1Char(':'), 1, 1);
                 const uint8_t intact = named == QLatin1String("-") ? 0 : named == QLatin1String("x") ? uint8_t(numbers[0] + 100) : numbers[named.toInt()];
