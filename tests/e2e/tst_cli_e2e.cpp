@@ -292,6 +292,10 @@ private slots:
                                                                 << none << "" << "" << "" << 0;
         QTest::newRow("one byte in 1000 lost") << QStringList{"--drop-rate", "0.001", "--seed", "9"} << "serial" << none << "" << ""
                                                << "" << 0;
+        QTest::newRow("one byte in 100 damaged") << QStringList{"--corrupt-rate", "0.01", "--seed", "7"} << "serial" << none << ""
+                                                 << "" << "" << 0;
+        QTest::newRow("one byte in 100 lost") << QStringList{"--drop-rate", "0.01", "--seed", "9"} << "serial" << none << "" << ""
+                                              << "" << 0;
         QTest::newRow("wrong checksum") << QStringList{"--wrong-checksum"} << "serial" << none << "Checksum Error,  Target = H" << ""
                                         << "Checksum Error,  Target = H" << 2;
         QTest::newRow("erase fails") << QStringList{"--fail-erase", "0x20000"} << "serial" << none
