@@ -10,10 +10,15 @@
 //                  shared virtual machine varies by a factor of two between identical runs;
 //                  this count repeats, and each switch costs about the same.
 //   peak_rss_kib  the tool's peak resident memory
+//   load_s     seconds from reading the transfer program to its running
+//   flash_exact  1 when the instrument's flash holds the image byte for byte afterwards
 //
-//   bench_update --cli PATH --instrument PATH --image-kib N --block N [--read-back] [--unpaced] [--gpib] [--log FILE]
-// --gpib updates through the emulated GPIB controller instead of the serial line; --unpaced also makes the flash instant, for memory figures that need no line; --log keeps
-// the tool's timestamped log, to see where the time goes.
+//   bench_update --cli PATH --instrument PATH --image-kib N --block N [--read-back] [--unpaced] [--gpib]
+//                [--noise RATE [--seed N]] [--log FILE]
+// --gpib updates through the emulated GPIB controller instead of the serial line; --unpaced also
+// makes the flash instant, for memory figures that need no line; --noise flips a bit in that
+// share of the bytes in both directions (the instrument's --corrupt-rate), where the seed (1
+// unless given) picks which; --log keeps the tool's timestamped log, to see where the time goes.
 #include "tools/package-builder/PackageBuilder.h"
 
 #include <QCoreApplication>
@@ -38,6 +43,7 @@ constexpr int Baud = 115200;
 constexpr double SerialLimit = Baud / 11.0; // 8E1: 11 bit times per byte
 constexpr int GpibRate = 100000;           // bytes a second through the emulated GPIB controller
 constexpr int GpibAddress = 6;
+constexpr uint32_t ImageSeed = 2;
 
 struct Settings {
     QString cli;
@@ -47,6 +53,8 @@ struct Settings {
     bool readBack = false;
     bool paced = true;
     bool gpib = false;
+    QString noiseRate; // the share of bytes damaged, as given
+    QString seed = QStringLiteral("1");
     QString log;
 };
 
@@ -91,8 +99,21 @@ bool writePackage(const Settings &s, const ChipLayout &chips, const QString &fol
     PackageBuilder builder;
     builder.addMember(QStringLiteral("KDCONFIG.INI"), ini.toLatin1());
     builder.addMember(QStringLiteral("TP.BIN"), QByteArray("KDTP") + noise(2044, 1));
-    builder.addMember(QStringLiteral("IMAGE.BIN"), noise(image, 2));
+    builder.addMember(QStringLiteral("IMAGE.BIN"), noise(image, ImageSeed));
     return builder.write(folder + QStringLiteral("/bench.KDPKG"), error);
+}
+
+// Whether the chips the instrument dumped at its end hold the image from address 0 on.
+bool flashHolds(const QString &dump, const ChipLayout &chips, const QByteArray &image)
+{
+    QByteArray flash;
+    for (int i = 0; i < chips.count; ++i) {
+        QFile chip(QStringLiteral("%1/%2@0x%3.bin").arg(dump, chips.part).arg(chips.size * uint32_t(i), 0, 16));
+        if (!chip.open(QIODevice::ReadOnly))
+            return false;
+        flash += chip.readAll();
+    }
+    return flash.startsWith(image);
 }
 
 struct ToolRun {
@@ -171,6 +192,10 @@ bool parse(const QStringList &args, Settings &s)
             s.paced = false;
         else if (a == QLatin1String("--gpib"))
             s.gpib = true;
+        else if (a == QLatin1String("--noise"))
+            s.noiseRate = args.value(++i);
+        else if (a == QLatin1String("--seed"))
+            s.seed = args.value(++i);
         else if (a == QLatin1String("--log"))
             s.log = args.value(++i);
         else
@@ -186,7 +211,7 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     Settings s;
     if (!parse(app.arguments(), s)) {
-        std::fprintf(stderr, "usage: bench_update --cli PATH --instrument PATH --image-kib N --block N [--read-back] [--unpaced] [--gpib] [--log FILE]\n");
+        std::fprintf(stderr, "usage: bench_update --cli PATH --instrument PATH --image-kib N --block N [--read-back] [--unpaced] [--gpib] [--noise RATE [--seed N]] [--log FILE]\n");
         return 2;
     }
     QTemporaryDir folder;
@@ -202,6 +227,10 @@ int main(int argc, char **argv)
         instrumentArgs << QStringLiteral("--flash") << QStringLiteral("%1@0x%2").arg(chips.part).arg(chips.size * uint32_t(i), 0, 16);
     if (s.gpib)
         instrumentArgs << QStringLiteral("--gpib") << QString::number(GpibAddress) << QStringLiteral("--gpib-rate") << QString::number(GpibRate);
+    if (!s.noiseRate.isEmpty())
+        instrumentArgs << QStringLiteral("--corrupt-rate") << s.noiseRate << QStringLiteral("--seed") << s.seed;
+    const QString dump = folder.filePath(QStringLiteral("flash")); // written when the instrument ends
+    instrumentArgs << QStringLiteral("--dump") << dump;
     if (!s.paced)
         instrumentArgs << QStringLiteral("--no-pacing") << QStringLiteral("--time-scale") << QStringLiteral("0");
     QProcess instrument;
@@ -232,14 +261,16 @@ int main(int argc, char **argv)
         return 1;
     }
     const double bytes = double(s.imageKib) * 1024;
+    const double loadSeconds = between(log, QStringLiteral("Transfer Program Read"), QStringLiteral("Transfer Program Running"));
     const double programSeconds = between(log, QStringLiteral("Program File = "), QStringLiteral("Programming Voltage Off"));
     const double readSeconds = s.readBack ? between(log, QStringLiteral("Read File = "), QStringLiteral("Download Flash Memories Completed")) : 0;
     const auto rate = [&](double seconds) { return seconds > 0 ? bytes / seconds : 0.0; };
     const double lineLimit = s.gpib ? GpibRate : SerialLimit;
-    std::printf("image_kib=%d block=%d paced=%d gpib=%d program_Bps=%.0f program_share=%.3f read_Bps=%.0f read_share=%.3f "
-                "wall_s=%.2f cpu_s=%.3f cpu_share=%.4f wakeups_per_s=%.0f peak_rss_kib=%ld\n",
-                s.imageKib, s.block, s.paced ? 1 : 0, s.gpib ? 1 : 0, rate(programSeconds), rate(programSeconds) / lineLimit, rate(readSeconds),
-                rate(readSeconds) / lineLimit, run.wallSeconds, run.cpuSeconds, run.cpuSeconds / run.wallSeconds,
-                double(run.contextSwitches) / run.wallSeconds, run.peakRssKib);
+    std::printf("image_kib=%d block=%d paced=%d gpib=%d noise=%s program_Bps=%.0f program_share=%.3f read_Bps=%.0f read_share=%.3f "
+                "wall_s=%.2f cpu_s=%.3f cpu_share=%.4f wakeups_per_s=%.0f peak_rss_kib=%ld load_s=%.2f flash_exact=%d\n",
+                s.imageKib, s.block, s.paced ? 1 : 0, s.gpib ? 1 : 0, s.noiseRate.isEmpty() ? "0" : qPrintable(s.noiseRate),
+                rate(programSeconds), rate(programSeconds) / lineLimit, rate(readSeconds), rate(readSeconds) / lineLimit,
+                run.wallSeconds, run.cpuSeconds, run.cpuSeconds / run.wallSeconds, double(run.contextSwitches) / run.wallSeconds,
+                run.peakRssKib, loadSeconds, flashHolds(dump, chips, noise(qsizetype(s.imageKib) * 1024, ImageSeed)) ? 1 : 0);
     return 0;
 }

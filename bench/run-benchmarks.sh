@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds, runs every benchmark and prints a Markdown table of the figures. Takes some ten
-# minutes: each throughput row moves 512 KiB twice at the real line rate.
+# Builds, runs every benchmark and prints a Markdown table of the figures. Takes some twenty
+# minutes: each throughput row moves 512 KiB twice at the real line rate, and the noise rows
+# update ten times on a noisy line.
 #   bash bench/run-benchmarks.sh [BUILD_DIR]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -25,6 +26,28 @@ for block in 240 4000; do
   line=$(update --image-kib 512 --block "$block" --read-back --gpib)
   echo "| GPIB: programming 512 KiB, MAXPROGLEN $block | $(field program_Bps "$line") B/s, $(percent "$(field program_share "$line")") of 100000 | - |"
   echo "| GPIB: read-back 512 KiB, MAXPROGLEN $block | $(field read_Bps "$line") B/s, $(percent "$(field read_share "$line")") of 100000 | - |"
+done
+# Noise: a bit flipped in one byte in 1000, or in 100, in both directions, against the same
+# update on a clean line; noise is random, so five seeds each, as median and worst of the
+# updates that succeeded. A run that fails prints no line.
+noisy() { update --image-kib 64 --block 240 --read-back --noise "$@" || true; }
+# "median and worst" of numbers, one a line, and of how many; sort's options say which end is worst.
+median_worst() { sort "$@" | awk '{ v[NR] = $1 } END { if (NR) printf "median %s, worst %s", v[int((NR + 1) / 2)], v[1] }'; }
+of_clean() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.1f%%", 100 * a / b }'; }
+clean=$(update --image-kib 64 --block 240 --read-back)
+for rate in 0.001 0.01; do
+  one_in=$(awk -v r="$rate" 'BEGIN { print 1 / r }')
+  lines=$(for seed in 1 2 3 4 5; do noisy "$rate" --seed "$seed"; done)
+  for pass in program read; do
+    base=$(field "${pass}_Bps" "$clean")
+    shares=$(while read -r l; do if [[ -n $l ]]; then of_clean "$(field "${pass}_Bps" "$l")" "$base"; echo; fi; done <<<"$lines" | median_worst -g)
+    echo "| 1 byte in $one_in damaged: $pass 64 KiB, MAXPROGLEN 240, share of clean ($base B/s) | ${shares:-every update failed} | $([[ $rate == 0.001 ]] && echo "≥ 70%" || echo "-") |"
+  done
+  walls=$(while read -r l; do if [[ -n $l ]]; then field wall_s "$l"; fi; done <<<"$lines" | median_worst -gr)
+  loads=$(while read -r l; do if [[ -n $l ]]; then field load_s "$l"; fi; done <<<"$lines" | median_worst -gr)
+  echo "| 1 byte in $one_in damaged: whole update (clean $(field wall_s "$clean") s) | ${walls:-every update failed}${walls:+ s} | - |"
+  echo "| 1 byte in $one_in damaged: transfer program of 2 KiB loaded (clean $(field load_s "$clean") s) | ${loads:-every update failed}${loads:+ s} | - |"
+  echo "| 1 byte in $one_in damaged: updates that succeeded with the flash byte-exact | $(grep -c 'flash_exact=1' <<<"$lines" || true) of 5 | 5 of 5 |"
 done
 for kib in 16 1024 16384; do
   line=$(update --image-kib "$kib" --block 4000 --unpaced)
