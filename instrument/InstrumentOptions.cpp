@@ -77,8 +77,10 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
                                         QStringLiteral("Switch the line's rate, then hear nothing until it falls back."));
     const QCommandLineOption basic(QStringLiteral("basic-transfer-program"),
                                    QStringLiteral("A transfer program that names no abilities: no rate switch, no packed blocks."));
+    const QCommandLineOption noPacked(QStringLiteral("no-packed-blocks"),
+                                      QStringLiteral("A transfer program that switches rates but takes no packed blocks."));
     parser.addOptions({flash, load, dump, baud, maxBaud, noPacing, timeScale, tcp, gpib, gpibRate, seed, corrupt, drop, disconnect, stall,
-                       stallAt, refuseVoltage, failErase, failProgram, wrongChecksum, unknown, refuseBaud, loseSwitch, basic});
+                       stallAt, refuseVoltage, failErase, failProgram, wrongChecksum, unknown, refuseBaud, loseSwitch, basic, noPacked});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -163,6 +165,7 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     options.refuseBaud = parser.isSet(refuseBaud);
     options.loseSwitch = parser.isSet(loseSwitch);
     options.basicTransferProgram = parser.isSet(basic);
+    options.packedBlocks = !parser.isSet(noPacked);
     if (parser.isSet(unknown) && !(options.unknownType = requestType(parser.value(unknown))))
         return bad(QStringLiteral("--unknown (a request as --stall-at names it)"));
     if (options.baud <= 0 || options.gpibRate <= 0 || options.flash.isEmpty())

@@ -34,6 +34,7 @@ struct InstrumentOptions {
     bool refuseBaud = false;               // declines every SwitchRate
     bool loseSwitch = false;               // switches, but hears nothing at the new rate
     bool basicTransferProgram = false;     // a transfer program from before Abilities
+    bool packedBlocks = true;              // it takes ProgramPacked (and names it)
 
     // Parses the arguments; false with a reason in *error.
     static bool parse(const QStringList &arguments, InstrumentOptions &options, QString *error);

@@ -162,7 +162,9 @@ void SimulatedInstrument::workThroughQueue()
         m_working = request;
         m_workingReply = answer;
         m_busy.start();
-        QTimer::singleShot(int(scaled), this, [this] {
+        // Precise: a coarse timer may end a block's program time 5% late, and at fast rates the
+        // flash's time is what the line waits for.
+        QTimer::singleShot(int(scaled), Qt::PreciseTimer, this, [this] {
             m_busy.stop();
             const Frame done = *m_working;
             m_working.reset();
@@ -302,7 +304,7 @@ bool SimulatedInstrument::knows(uint8_t type) const
 {
     const bool ability = std::find(std::begin(AbilityRequests), std::end(AbilityRequests), type) != std::end(AbilityRequests);
     return type >= Identify && type <= ProgramPacked && kindOf(type) != m_options.unknownType
-           && !(ability && m_options.basicTransferProgram);
+           && !(ability && m_options.basicTransferProgram) && !(type == ProgramPacked && !m_options.packedBlocks);
 }
 
 QByteArray SimulatedInstrument::abilities() const
@@ -310,7 +312,7 @@ QByteArray SimulatedInstrument::abilities() const
     return Writer()
         .u16(Status::Ok)
         .u32(uint32_t(m_rate.highestRate()))
-        .u32(Ability::SwitchRate | Ability::PackedBlocks)
+        .u32(Ability::SwitchRate | (m_options.packedBlocks ? Ability::PackedBlocks : 0))
         .done();
 }
 

@@ -5,6 +5,8 @@
 #include "link/Protocol.h"
 
 #include <QByteArray>
+#include <algorithm>
+#include <cstdint>
 
 struct InstrumentAbilities {
     int highestRate = 0;         // the fastest line rate it takes with SwitchRate; 0: it does not switch

@@ -109,12 +109,13 @@ void RequestPipeline::dispatch(const Request &request)
                                               ? m_compressor->pack(request.payload)
                                               : BlockCompressor::Request{request.type, request.payload};
     const uint8_t sequence = m_link.request(sent.type, sent.payload, request.expectedReplyBytes);
+    const qsizetype packedAway = request.payload.size() - sent.payload.size();
     if (request.kind == Kind::Program && answersEarly(request)) {
-        m_inFlight[sequence] = {Purpose::ProgramBehind, Kind::Program};
+        m_inFlight[sequence] = {Purpose::ProgramBehind, Kind::Program, packedAway};
         answer(Kind::Program, programAnswer(Protocol::Status::Done, request.address));
         return;
     }
-    m_inFlight[sequence] = {Purpose::Engine, request.kind};
+    m_inFlight[sequence] = {Purpose::Engine, request.kind, packedAway};
     if (request.kind == Kind::Read)
         readAhead(request.architecture, int32_t(uint32_t(request.address) + uint32_t(request.count)), request.count);
 }
@@ -193,6 +194,7 @@ void RequestPipeline::onReplied(uint8_t sequence, const QByteArray &payload)
         return; // an answer taken by whoever asked (the boot ROM's, the voltage's at close)
     const InFlight inFlight = it->second;
     m_inFlight.erase(it);
+    m_bytesPackedAway += inFlight.packedAway;
     switch (inFlight.purpose) {
     case Purpose::Engine:
         if (inFlight.kind == Kind::Program)

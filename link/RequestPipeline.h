@@ -55,6 +55,9 @@ public:
     void packBlocks(bool pack);
     // Forgets everything on the way (the channel is closing).
     void reset();
+    // Bytes that packing kept off the line in the answered blocks: the link's payload bytes
+    // plus these are the bytes as the engine sees them.
+    int64_t bytesPackedAway() const { return m_bytesPackedAway; }
 
 signals:
     // The answer to the engine's request, laid out as the instrument's Reply.
@@ -70,6 +73,7 @@ private:
     struct InFlight {
         Purpose purpose;
         Kind kind;
+        qsizetype packedAway = 0; // the request's payload bytes that packing saved
     };
     struct ReadAhead {
         uint8_t sequence;
@@ -118,4 +122,5 @@ private:
     std::optional<std::pair<Link::Failure, QString>> m_linkFailure;
     std::unique_ptr<BlockCompressor> m_compressor; // when the instrument takes packed blocks
     bool m_inSubmit = false;
+    int64_t m_bytesPackedAway = 0;
 };
