@@ -2,6 +2,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <algorithm>
+#include <cmath>
 #include <zlib.h>
 
 using namespace Protocol;
@@ -18,12 +20,16 @@ constexpr Layout Layouts[] = {
     {LoadBlock, 6, 5 + LoadBlockBytes, 2}, {Start, 12, 12, 4},     {Identify, 6, 6, 10},
     {VoltageOn, 0, 0, 2},                  {VoltageOff, 0, 0, 2},  {Erase, 10, 10, 6},
     {Restart, 0, 0, 2},                    {Program, 7, 6 + LargestBlock, 6}, {Read, 9, 9, 2},
-    {Checksum, 9, 9, 6},                   {Hello, 0, 0, 10},     {Abilities, 0, 0, 10},
+    {Checksum, 9, 9, 6},                   {Hello, 0, 0, 10},     {Abilities, 0, 0, 14},
     {SwitchRate, 4, 4, 2},                 {ProgramPacked, 9, 8 + LargestBlock, 6},
 };
 // The time the instrument's processor takes to inflate a packed block, per byte it yields: a
 // 32-bit microcontroller inflates some 4 MB a second, far less than a byte's program time.
 constexpr double InflateUsPerByte = 0.25;
+// What the transfer program keeps, as it comes from the wire, of the requests that arrive
+// while it works on one: 32 KiB of its 128 KiB of RAM, room for eight blocks that pack well or
+// four of the largest, stuffed at worst.
+constexpr uint32_t ReceiveBufferBytes = 32 * 1024;
 // The request types that came with the abilities: a transfer program from before knows none.
 constexpr uint8_t AbilityRequests[] = {Abilities, SwitchRate, ProgramPacked};
 
@@ -96,6 +102,7 @@ SimulatedInstrument::SimulatedInstrument(const InstrumentOptions &options, QObje
     connect(&m_busy, &QTimer::timeout, this, [this] { emitFrame(Frame{m_working->sequence, Busy, {}}); });
     m_stallEnd.setSingleShot(true);
     connect(&m_stallEnd, &QTimer::timeout, this, [this] { m_stalled = false; });
+    m_clock.start();
 }
 
 void SimulatedInstrument::receive(const QByteArray &received)
@@ -138,33 +145,37 @@ void SimulatedInstrument::handle(const Frame &request)
     if (request.type == Hello)
         m_kept.forget(); // a new channel: what was kept belongs to another count
     m_kept.note(request.sequence);
-    m_queue.push_back(request);
+    m_queue.push_back({request, double(m_clock.nsecsElapsed()) / 1e6});
     workThroughQueue();
 }
 
 bool SimulatedInstrument::isUnderWay(const Frame &request) const
 {
-    return m_working == request || std::find(m_queue.begin(), m_queue.end(), request) != m_queue.end();
+    return m_working == request
+           || std::any_of(m_queue.begin(), m_queue.end(), [&](const Waiting &waiting) { return waiting.request == request; });
 }
 
 void SimulatedInstrument::workThroughQueue()
 {
     while (!m_working && !m_queue.empty()) {
-        const Frame request = m_queue.front();
+        const Waiting next = m_queue.front();
         m_queue.pop_front();
         double workMs = 0;
-        const QByteArray answer = execute(request, workMs);
+        const QByteArray answer = execute(next.request, workMs);
         const double scaled = workMs * m_options.timeScale;
         if (scaled < 1) {
-            reply(request, answer);
+            reply(next.request, answer);
             continue;
         }
-        m_working = request;
+        // A request that waited starts when the work before it ended, not when the timer got
+        // round to saying so: at fast rates the flash's time is what the line waits for, and
+        // the simulator's lateness must not add to it.
+        m_workEndsMs = std::max(next.arrivedMs, m_workEndsMs) + scaled;
+        const double leftMs = m_workEndsMs - double(m_clock.nsecsElapsed()) / 1e6;
+        m_working = next.request;
         m_workingReply = answer;
         m_busy.start();
-        // Precise: a coarse timer may end a block's program time 5% late, and at fast rates the
-        // flash's time is what the line waits for.
-        QTimer::singleShot(int(scaled), Qt::PreciseTimer, this, [this] {
+        QTimer::singleShot(int(std::ceil(std::max(leftMs, 0.0))), Qt::PreciseTimer, this, [this] {
             m_busy.stop();
             const Frame done = *m_working;
             m_working.reset();
@@ -313,6 +324,7 @@ QByteArray SimulatedInstrument::abilities() const
         .u16(Status::Ok)
         .u32(uint32_t(m_rate.highestRate()))
         .u32(Ability::SwitchRate | (m_options.packedBlocks ? Ability::PackedBlocks : 0))
+        .u32(ReceiveBufferBytes)
         .done();
 }
 

@@ -15,6 +15,7 @@
 #include "link/FrameDecoder.h"
 #include "link/Protocol.h"
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QTimer>
 #include <deque>
@@ -99,11 +100,19 @@ private:
     QTimer m_stallEnd;
     bool m_stalled = false;
     bool m_stalledAtType = false; // the stall at a request type happens once
+    struct Waiting {
+        Frame request;
+        double arrivedMs;
+    };
     // Requests waiting while another is worked on.
-    std::deque<Frame> m_queue;
+    std::deque<Waiting> m_queue;
     // The request being worked on.
     std::optional<Frame> m_working;
     QByteArray m_workingReply;
+    // The work's own clock: work ends when its time is up, however late the timer that
+    // reports it, and the next request starts then.
+    QElapsedTimer m_clock;
+    double m_workEndsMs = 0;
     QTimer m_busy;
     KeptAnswers m_kept;
     std::mt19937 m_random;

@@ -23,7 +23,8 @@ enum Type : uint8_t {
     // To whichever stage runs: the host's first request on every channel
     Hello = 0x28, //                                                -> status u16, CRC-32 u32, length u32
     // Optional abilities of a transfer program: one that does not know them answers Unknown
-    Abilities = 0x29,     //                                        -> status u16, highest rate u32, abilities u32
+    Abilities = 0x29,     //                                        -> status u16, highest rate u32, abilities u32,
+                          //                                           receive buffer u32
     SwitchRate = 0x2A,    // rate u32                               -> status u16
     ProgramPacked = 0x2B, // address u32, architecture u8, flash u8, length u16, raw deflate data -> status u16, address u32
     // From the instrument

@@ -154,6 +154,7 @@ void Trovex::setUpLine(int32_t &result)
             [&](const InstrumentAbilities &abilities, int rate, const QString &note) {
                 settled = true;
                 m_pipeline->packBlocks(abilities.packedBlocks);
+                m_link->setReceiveBuffer(abilities.receiveBuffer);
                 emit lineSettled(rate, abilities.packedBlocks, note);
             });
     connect(&line, &LineRateSwitch::failed, &line, [&](const QString &reason) { failure = reason; });

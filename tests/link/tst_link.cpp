@@ -318,6 +318,33 @@ private slots:
         QCOMPARE(c.transport.sent(Blocks).sequence, c.transport.sent(Blocks - 100).sequence);
     }
 
+    // Requests on the way before any answer: three for any instrument; more when it names a
+    // receive buffer that holds those behind the oldest and one more of the largest, counted
+    // as they go on the wire; never more than it keeps answers for.
+    void requestsOnTheWay_data()
+    {
+        QTest::addColumn<int>("receiveBuffer");
+        QTest::addColumn<int>("payload");
+        QTest::addColumn<char>("fill");
+        QTest::addColumn<int>("onTheWay");
+        QTest::newRow("any instrument") << 0 << 40 << 'p' << 3;
+        QTest::newRow("a buffer for one of the largest frames") << 8210 << 40 << 'p' << 3;
+        QTest::newRow("small blocks: as many as answers are kept") << 32768 << 40 << 'p' << 8;
+        QTest::newRow("the largest blocks") << 24630 << 4006 << 'p' << 6;
+        QTest::newRow("the largest blocks, stuffed") << 24630 << 4006 << '\xC0' << 4;
+    }
+    void requestsOnTheWay()
+    {
+        QFETCH(int, receiveBuffer);
+        QFETCH(int, payload);
+        QFETCH(char, fill);
+        Channel c;
+        c.link.setReceiveBuffer(receiveBuffer);
+        while (c.link.hasRoom() && c.link.outstanding() < 20)
+            c.link.request(Protocol::Program, QByteArray(payload, fill), 6);
+        QTEST(c.link.outstanding(), "onTheWay");
+    }
+
     // The link lets the transport stop reading while no answer it needs can be whole; never
     // on a line faster than its rate.
     void readingPauses_data()
@@ -566,7 +593,7 @@ private slots:
         c.transport.instrument = [&](const Frame &request) {
             if (request.type == Protocol::Abilities)
                 return named < 0 ? Protocol::Writer().u16(Protocol::Status::Unknown).done()
-                                 : Protocol::Writer().u16(Protocol::Status::Ok).u32(uint32_t(named)).u32(3).done();
+                                 : Protocol::Writer().u16(Protocol::Status::Ok).u32(uint32_t(named)).u32(3).u32(0).done();
             const bool refused = declined.contains(int(Protocol::Reader(request.payload).u32()));
             return Protocol::Writer().u16(refused ? Protocol::Status::RateNotTaken : Protocol::Status::Ok).done();
         };
