@@ -1,8 +1,10 @@
 // The transports: what opening each says; the serial transport on a real pseudo-terminal
 // (writes the driver cannot take at once, pauses in reading, hang-ups); the GPIB port map
-// entries and the "++" controller's escaping as the emulated controller undoes it; and
-// linux-gpib's blocking calls kept off the program's thread, with a stand-in library.
+// entries and the "++" controller's escaping as the emulated controller undoes it; the
+// simulated instrument's paced line; and linux-gpib's blocking calls kept off the program's
+// thread, with a stand-in library.
 #include "instrument/GpibControllerEmulation.h"
+#include "instrument/PtyPort.h"
 #include "link/GpibControllerTransport.h"
 #include "link/Link.h"
 #include "link/LinuxGpibTransport.h"
@@ -335,6 +337,29 @@ private slots:
             QCOMPARE(toInstrument.size(), 1);
             QCOMPARE(toInstrument.at(0).at(0).toByteArray(), frame);
         }
+    }
+
+    // The simulated line hands the instrument the host's bytes in order, also when the
+    // instrument writes part-way through a piece it was handed (the emulated controller answers
+    // a read in the middle of a line), however fast the line.
+    void theSimulatedLineKeepsTheHostsOrder()
+    {
+        PtyPort line(std::numeric_limits<int>::max());
+        QString error;
+        QVERIFY2(line.open(&error), qPrintable(error));
+        const int host = ::open(qPrintable(line.devicePath()), O_RDWR | O_NOCTTY | O_NONBLOCK);
+        QByteArray sent(4000, '\0');
+        for (int i = 0; i < sent.size(); ++i)
+            sent[i] = char(i * 7);
+        QByteArray arrived;
+        connect(&line, &PtyPort::received, this, [&](const QByteArray &bytes) {
+            line.write("answer");
+            arrived += bytes;
+        });
+        QCOMPARE(::write(host, sent.constData(), size_t(sent.size())), ssize_t(sent.size()));
+        QTRY_COMPARE(arrived.size(), sent.size());
+        QCOMPARE(arrived, sent);
+        ::close(host);
     }
 
     // ibrd waits for the device's timeout while no instrument talks, and ibwrt fails at once
