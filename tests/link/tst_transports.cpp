@@ -1,8 +1,8 @@
 // The transports: what opening each says; the serial transport on a real pseudo-terminal
 // (writes the driver cannot take at once, pauses in reading, hang-ups); the GPIB port map
-// entries and the "++" controller's escaping as the emulated controller undoes it; the
-// simulated instrument's paced line; and linux-gpib's blocking calls kept off the program's
-// thread, with a stand-in library.
+// entries and the "++" controller's escaping as the emulated controller undoes it; requests
+// and answers through the GPIB transports; the simulated instrument's paced line; and
+// linux-gpib's blocking calls kept off the program's thread, with a stand-in library.
 #include "instrument/GpibControllerEmulation.h"
 #include "instrument/PtyPort.h"
 #include "link/GpibControllerTransport.h"
@@ -74,6 +74,31 @@ struct NetworkController : QObject {
                 connect(&emulation, &GpibControllerEmulation::toHost, host, [host](const QByteArray &b) { host->write(b); });
             }
         });
+    }
+};
+
+// An instrument that answers each request with its payload.
+QByteArray echoes(FrameDecoder &decoder, const QByteArray &bytes)
+{
+    QByteArray answers;
+    for (const Frame &request : decoder.feed(bytes))
+        answers += Frame{request.sequence, Protocol::Reply, request.payload}.encode();
+    return answers;
+}
+
+// ... behind the emulated controller, on a line paced at a USB controller's rate.
+struct EchoingInstrument : QObject {
+    PtyPort line{100000 * 11};
+    GpibControllerEmulation controller;
+    FrameDecoder decoder;
+    explicit EchoingInstrument(GpibControllerEmulation::EndMark endMark) : controller(Address, endMark)
+    {
+        QString error;
+        line.open(&error);
+        connect(&line, &PtyPort::received, &controller, &GpibControllerEmulation::receive);
+        connect(&controller, &GpibControllerEmulation::toHost, &line, &PtyPort::write);
+        connect(&controller, &GpibControllerEmulation::toInstrument, this,
+                [this](const QByteArray &bytes) { controller.fromInstrument(echoes(decoder, bytes)); });
     }
 };
 
@@ -337,6 +362,42 @@ private slots:
             QCOMPARE(toInstrument.size(), 1);
             QCOMPARE(toInstrument.at(0).at(0).toByteArray(), frame);
         }
+    }
+
+    // Requests and answers full of the bytes that the controller and the frames treat
+    // specially, with the link's window full, reach the other end whole and once: no request
+    // sent again.
+    void gpibRequestsAndAnswers_data()
+    {
+        QTest::addColumn<GpibControllerEmulation::EndMark>("endMark");
+        QTest::newRow("a USB controller") << GpibControllerEmulation::EndMark::OnRequest;
+        QTest::newRow("a controller that cannot mark where a message ends") << GpibControllerEmulation::EndMark::Never;
+    }
+    void gpibRequestsAndAnswers()
+    {
+        QFETCH(GpibControllerEmulation::EndMark, endMark);
+        constexpr int Requests = 60;
+        EchoingInstrument instrument(endMark);
+        GpibControllerTransport transport(target(Controller::PlusPlusSerial, instrument.line.devicePath()));
+        QSignalSpy opened(&transport, &Transport::opened);
+        transport.open();
+        QTRY_COMPARE(opened.size(), 1);
+        Link link(transport);
+        QList<QByteArray> sent, answered;
+        const auto next = [&] {
+            while (sent.size() < Requests && link.hasRoom()) {
+                sent << QByteArray("\n\r\x1b+\xc0\xdb\n++read eoi\n").repeated(sent.size() % 40 + 1);
+                link.request(Protocol::Program, sent.last(), int(sent.last().size()));
+            }
+        };
+        connect(&link, &Link::replied, this, [&](uint8_t, const QByteArray &payload) {
+            answered << payload;
+            next();
+        });
+        next();
+        QTRY_COMPARE_WITH_TIMEOUT(answered.size(), Requests, 20000);
+        QCOMPARE(answered, sent);
+        QCOMPARE(link.retransmissions(), 0);
     }
 
     // The simulated line hands the instrument the host's bytes in order, also when the
