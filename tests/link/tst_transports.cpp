@@ -57,7 +57,12 @@ struct FakeGpib {
     void (*script)(int ibdevFails, int ibwrtFails) = reinterpret_cast<decltype(script)>(dlsym(library, "fakeGpibScript"));
     int (*callsOn)(pthread_t) = reinterpret_cast<decltype(callsOn)>(dlsym(library, "fakeGpibCallsOn"));
     int (*reads)() = reinterpret_cast<decltype(reads)>(dlsym(library, "fakeGpibReads"));
-    ~FakeGpib() { dlclose(library); }
+    void (*answer)(std::string (*)(const std::string &)) = reinterpret_cast<decltype(answer)>(dlsym(library, "fakeGpibAnswer"));
+    ~FakeGpib()
+    {
+        answer(nullptr);
+        dlclose(library);
+    }
 };
 
 // A "++" controller on a local TCP port: the emulated one, or one that never answers.
@@ -84,6 +89,13 @@ QByteArray echoes(FrameDecoder &decoder, const QByteArray &bytes)
     for (const Frame &request : decoder.feed(bytes))
         answers += Frame{request.sequence, Protocol::Reply, request.payload}.encode();
     return answers;
+}
+
+// ... on linux-gpib's stand-in, which asks on the worker's thread.
+std::string echoesOnTheBus(const std::string &written)
+{
+    static FrameDecoder decoder;
+    return echoes(decoder, QByteArray::fromStdString(written)).toStdString();
 }
 
 // ... behind the emulated controller, on a line paced at a USB controller's rate.
@@ -369,20 +381,30 @@ private slots:
     // sent again.
     void gpibRequestsAndAnswers_data()
     {
+        QTest::addColumn<Kind>("kind");
         QTest::addColumn<GpibControllerEmulation::EndMark>("endMark");
-        QTest::newRow("a USB controller") << GpibControllerEmulation::EndMark::OnRequest;
-        QTest::newRow("a controller that cannot mark where a message ends") << GpibControllerEmulation::EndMark::Never;
+        QTest::newRow("a USB controller") << Kind::Usb << GpibControllerEmulation::EndMark::OnRequest;
+        QTest::newRow("a controller that cannot mark where a message ends") << Kind::Usb << GpibControllerEmulation::EndMark::Never;
+        QTest::newRow("linux-gpib") << Kind::LinuxGpib << GpibControllerEmulation::EndMark::Never;
     }
     void gpibRequestsAndAnswers()
     {
+        QFETCH(Kind, kind);
         QFETCH(GpibControllerEmulation::EndMark, endMark);
         constexpr int Requests = 60;
+        FakeGpib fake;
+        fake.script(0, 0);
+        fake.answer(echoesOnTheBus);
         EchoingInstrument instrument(endMark);
-        GpibControllerTransport transport(target(Controller::PlusPlusSerial, instrument.line.devicePath()));
-        QSignalSpy opened(&transport, &Transport::opened);
-        transport.open();
+        std::unique_ptr<Transport> transport;
+        if (kind == Kind::LinuxGpib)
+            transport = std::make_unique<LinuxGpibTransport>(target(Controller::LinuxGpib), QStringLiteral(VARNOLT_FAKE_GPIB));
+        else
+            transport = std::make_unique<GpibControllerTransport>(target(Controller::PlusPlusSerial, instrument.line.devicePath()));
+        QSignalSpy opened(transport.get(), &Transport::opened);
+        transport->open();
         QTRY_COMPARE(opened.size(), 1);
-        Link link(transport);
+        Link link(*transport);
         QList<QByteArray> sent, answered;
         const auto next = [&] {
             while (sent.size() < Requests && link.hasRoom()) {
