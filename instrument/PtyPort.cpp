@@ -81,17 +81,31 @@ void PtyPort::write(const QByteArray &bytes)
     if (m_out.pending.isEmpty())
         m_out.clock.restart();
     m_out.pending.append(bytes);
-    pump();
+    // Only outward: what the instrument says while it takes in the host's bytes must not hand
+    // it the next ones before it has finished with those.
+    send();
+    keepPacing();
 }
 
 void PtyPort::pump()
 {
+    deliver();
+    send();
+    keepPacing();
+}
+
+void PtyPort::deliver()
+{
     const qsizetype arrived = m_in.due(m_baud);
-    if (arrived > 0) {
-        const QByteArray bytes = m_in.pending.left(arrived);
-        m_in.pending.remove(0, arrived);
-        emit received(bytes);
-    }
+    if (arrived <= 0)
+        return;
+    const QByteArray bytes = m_in.pending.left(arrived);
+    m_in.pending.remove(0, arrived);
+    emit received(bytes);
+}
+
+void PtyPort::send()
+{
     const qsizetype allowed = m_out.due(m_baud);
     qsizetype written = 0;
     while (m_master >= 0 && written < allowed) {
@@ -101,6 +115,10 @@ void PtyPort::pump()
         written += n;
     }
     m_out.pending.remove(0, written);
+}
+
+void PtyPort::keepPacing()
+{
     if (m_in.pending.isEmpty() && m_out.pending.isEmpty())
         m_pacer.stop();
     else if (!m_pacer.isActive())

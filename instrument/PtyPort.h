@@ -39,6 +39,11 @@ private:
 
     void onReadable();
     void pump();
+    // The host's bytes that the line has carried by now, to the instrument.
+    void deliver();
+    // The instrument's bytes that the line has carried by now, to the host.
+    void send();
+    void keepPacing();
 
     int m_baud;
     int m_master = -1;
