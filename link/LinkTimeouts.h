@@ -75,6 +75,10 @@ inline constexpr int WorkerJoin = TalkerSilence + ReadMargin;
 // Between reads that found nothing: often enough to add little to each answer's wait, rarely
 // enough to leave the bus and the controller mostly idle.
 inline constexpr int PollInterval = 5;
+// Reads a "++" controller that marks the end of each message may hold at once: one behind
+// each request the link keeps on the way (three) and one for a poll. Each comes back with at
+// least an empty frame, so more would only take the bus from the requests.
+inline constexpr int MostReadsAsked = 4;
 // What a "++" controller moves through its USB or network link and the bus, in bytes a second:
 // conservative, so the link's waits are long enough.
 inline constexpr double BytesPerSecond = 100000.0;

@@ -331,6 +331,8 @@ private slots:
         QTest::newRow("GPIB, USB controller: compressed at the controller's rate")
             << QStringList{"line=0,compressed"} << "gpib" << none << "" << "" << "Instrument Restarted" << 0;
         QTest::newRow("GPIB, network controller") << none << "gpib-tcp" << none << "" << "" << "Instrument Restarted" << 0;
+        QTest::newRow("GPIB at the controller's rate, with the flash's own times")
+            << QStringList{"paced"} << "gpib" << none << "" << "" << "Instrument Restarted" << 0;
         QTest::newRow("GPIB, no instrument at the address")
             << none << "gpib7" << none
             << "no instrument answers at GPIB address 7 behind the GPIB controller on DEVICE; check the address set on the "
