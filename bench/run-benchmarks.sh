@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds, runs every benchmark and prints Markdown tables of the figures. Takes some twenty
+# Builds, runs every benchmark and prints Markdown tables of the figures. Takes some fifteen
 # minutes: each throughput row moves 512 KiB at the real line rate. The line-rate and
 # compression rows program real firmware images from Debian's firmware packages, which the
 # first run fetches with apt-get download into BUILD_DIR/bench-corpus (never into the tree).
@@ -25,9 +25,12 @@ for block in 240 1024 4000; do
   echo "| host CPU over the whole update, MAXPROGLEN $block | $(field cpu_s "$line") s in $(field wall_s "$line") s = $(percent "$(field cpu_share "$line")") of one core, $(field wakeups_per_s "$line") wake-ups a second | < 2% |"
 done
 for block in 240 4000; do
+  # Random bytes: the blocks go as plain Program requests, as fast as the controller moves them.
   line=$(update --image-kib 512 --block "$block" --read-back --gpib)
-  echo "| GPIB: programming 512 KiB, MAXPROGLEN $block | $(field program_Bps "$line") B/s, $(percent "$(field program_share "$line")") of 100000 | - |"
-  echo "| GPIB: read-back 512 KiB, MAXPROGLEN $block | $(field read_Bps "$line") B/s, $(percent "$(field read_share "$line")") of 100000 | - |"
+  target=$([[ $block == 240 ]] && echo "≥ 75%" || echo "≥ 90%")
+  echo "| GPIB: programming 512 KiB, MAXPROGLEN $block | $(field program_Bps "$line") B/s, $(percent "$(field program_share "$line")") of 100000 | $target |"
+  echo "| GPIB: read-back 512 KiB, MAXPROGLEN $block | $(field read_Bps "$line") B/s, $(percent "$(field read_share "$line")") of 100000 | $target |"
+  echo "| GPIB: host CPU over the whole update, MAXPROGLEN $block | $(field cpu_s "$line") s in $(field wall_s "$line") s = $(percent "$(field cpu_share "$line")") of one core, $(field wakeups_per_s "$line") wake-ups a second | < 2% |"
 done
 for kib in 16 1024 16384; do
   line=$(update --image-kib "$kib" --block 4000 --unpaced)
@@ -100,6 +103,11 @@ row "921600, random bytes (do not pack)" "$line" program "≥ 7.5 x, ≥ 90%"
 row "921600, read-back" "$line" read "≥ 90%"
 line=$(update --image-kib 512 --block 4000 "${every_image[@]}")
 echo "| host CPU, 921600 packed, the corpus one image after the other | $(field cpu_s "$line") s in $(field wall_s "$line") s = $(percent "$(field cpu_share "$line")") of one core, $(field wakeups_per_s "$line") wake-ups a second | < 2% |"
+# GPIB keeps its controller's rate (100,000 bytes a second); packing moves the limit to the flash.
+line=$(update --image-kib 512 --block 4000 "${every_image[@]}" --gpib)
+awk -v bps="$(field program_Bps "$line")" -v physical="$(field program_physical_Bps "$line")" -v ratio="$(field ratio "$line")" \
+  'BEGIN { printf "| GPIB, packed, the corpus one image after the other | %d B/s = %.2f x 100000, %.1f%% of %d (packing %.2f) | ≥ 90%% |\n", bps, bps / 100000, 100 * bps / physical, physical, ratio }'
+echo "| host CPU, GPIB packed | $(field cpu_s "$line") s in $(field wall_s "$line") s = $(percent "$(field cpu_share "$line")") of one core, $(field wakeups_per_s "$line") wake-ups a second | < 2% |"
 
 # The demo package, a whole update at the real line rate and flash times: before (a transfer
 # program without abilities, as every update ran until now) and after.

@@ -76,8 +76,10 @@ inline constexpr int WorkerJoin = TalkerSilence + ReadMargin;
 // enough to leave the bus and the controller mostly idle.
 inline constexpr int PollInterval = 5;
 // Reads a "++" controller that marks the end of each message may hold at once: one behind
-// each request the link keeps on the way (three) and one for a poll. Each comes back with at
-// least an empty frame, so more would only take the bus from the requests.
+// each of the three requests any instrument may have on the way, and one for a poll. Each
+// comes back with at least an empty frame and a talk brings all the instrument has, so more
+// (for the up to eight an instrument with a receive buffer may have) only take the bus from
+// the requests: tried with nine, no row got faster.
 inline constexpr int MostReadsAsked = 4;
 // What a "++" controller moves through its USB or network link and the bus, in bytes a second:
 // conservative, so the link's waits are long enough.
