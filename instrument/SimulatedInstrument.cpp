@@ -27,8 +27,9 @@ constexpr Layout Layouts[] = {
 // 32-bit microcontroller inflates some 4 MB a second, far less than a byte's program time.
 constexpr double InflateUsPerByte = 0.25;
 // What the transfer program keeps, as it comes from the wire, of the requests that arrive
-// while it works on one: 32 KiB of its 128 KiB of RAM, room for eight blocks that pack well or
-// four of the largest, stuffed at worst.
+// while it works on one: 32 KiB of its 128 KiB of RAM, room for the seven plain 4000-byte
+// blocks that may wait behind the one it programs, or for three of the largest frames stuffed
+// at worst.
 constexpr uint32_t ReceiveBufferBytes = 32 * 1024;
 // The request types that came with the abilities: a transfer program from before knows none.
 constexpr uint8_t AbilityRequests[] = {Abilities, SwitchRate, ProgramPacked};
