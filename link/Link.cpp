@@ -79,7 +79,14 @@ bool Link::hasRoom() const
         return true;
     // Numbers run 1..255, so distances between them count modulo 255.
     const int ahead = (int(m_nextSequence) - int(m_outstanding.front().frame.sequence) + 255) % 255;
-    return outstanding() < Window && ahead < KeptAnswers;
+    if (ahead >= KeptAnswers)
+        return false;
+    if (outstanding() < Window)
+        return true;
+    int behindOldest = 0;
+    for (auto request = std::next(m_outstanding.begin()); request != m_outstanding.end(); ++request)
+        behindOldest += request->wireBytes;
+    return behindOldest + Frame::worstCaseWireBytes(Frame::MaxPayload) <= m_receiveBuffer;
 }
 
 double Link::nowMs() const
@@ -92,7 +99,8 @@ void Link::transmit(Outstanding &request)
     const QByteArray wire = request.frame.encode();
     callTransport([&](Transport &transport) { transport.write(wire); });
     request.writtenAtMs = nowMs();
-    request.wireMs = m_transport.wireTimeMs(int(wire.size()));
+    request.wireBytes = int(wire.size());
+    request.wireMs = m_transport.wireTimeMs(request.wireBytes);
     m_wireFreeAtMs = std::max(m_wireFreeAtMs, request.writtenAtMs) + request.wireMs;
     request.sentByMs = m_wireFreeAtMs;
     ++request.sends;
@@ -378,7 +386,7 @@ void Link::failForLostTransport()
         fail(Failure::TransportLost, *m_lost);
 }
 
-void Link::fail(Failure failure, const QString &reason)
+void Link::abandon()
 {
     m_timer.stop();
     forgetDamagedFrames();
@@ -388,5 +396,10 @@ void Link::fail(Failure failure, const QString &reason)
         transport.pauseReading(0);
         transport.setAwaitingAnswers(false);
     });
+}
+
+void Link::fail(Failure failure, const QString &reason)
+{
+    abandon();
     emit failed(failure, reason);
 }

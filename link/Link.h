@@ -40,8 +40,9 @@ class Link : public QObject {
     Q_OBJECT
 public:
     enum class Failure { NoAnswer, TransportLost };
-    // Requests on the way at once, at most: two keep the line busy while the instrument
-    // answers the first; the third absorbs the host's scheduling hiccups.
+    // Requests on the way at once, at most, for every instrument: two keep the line busy while
+    // the instrument answers the first; the third absorbs the host's scheduling hiccups. An
+    // instrument that names a receive buffer gets more (setReceiveBuffer).
     static constexpr int Window = 3;
     // The instrument keeps the answers of this many recent numbers, the newest included: a
     // request sent again must be among them to be answered from what it kept.
@@ -57,12 +58,21 @@ public:
     // Sends a request and returns its number; exactly one of replied (with that number) or
     // failed follows, from the event loop. expectedReplyBytes sizes the wait for the answer.
     uint8_t request(uint8_t type, const QByteArray &payload, int expectedReplyBytes);
+    // Forgets every request on the way without a word: nothing of them is sent again, and
+    // their answers, should any come, are ignored. For a line whose rate the far end may not
+    // have followed.
+    void abandon();
     // Requests sent and not answered yet.
     int outstanding() const { return int(m_outstanding.size()); }
-    // Whether another request may go before the earlier ones are answered: fewer than Window
-    // are on the way, and the oldest of them would still be among the KeptAnswers newest
-    // numbers (answers that overtake a lost one must not push it out of the instrument's
-    // memory).
+    // The wire bytes the instrument keeps of requests that wait while it works on one, as its
+    // Abilities answer names them; 0 (any instrument): two frames.
+    void setReceiveBuffer(int wireBytes) { m_receiveBuffer = wireBytes; }
+    // Whether another request may go before the earlier ones are answered: the oldest on the
+    // way would still be among the KeptAnswers newest numbers (answers that overtake a lost
+    // one must not push it out of the instrument's memory), and fewer than Window are on the
+    // way, or the instrument's receive buffer holds the requests behind the oldest and one
+    // more of the largest size. Blocks that pack well are small, and a few of them on the way
+    // do not keep the line busy while the flash programs them.
     bool hasRoom() const;
     // The most data a request should carry now: less while the line damages frames.
     int largestData() const { return m_frameSize.dataBytes(); }
@@ -81,6 +91,7 @@ private:
         double replyWireMs;  // its answer's wire time with the worst stuffing, for the wait
         double answerWireMs; // ... and with none, the least it takes
         double wireMs = 0;   // its own wire time
+        int wireBytes = 0;
         double writtenAtMs = 0;
         double sentByMs = 0; // when its last byte will have left, at the latest
         bool resent = false;
@@ -158,5 +169,6 @@ private:
     int m_silentWaits = 0; // waits that ran out since anything intact came from the instrument
     int m_retransmissions = 0;
     bool m_lineOutrunsItsRate = false;
+    int m_receiveBuffer = 0;
     int64_t m_payloadBytes = 0;
 };

@@ -44,6 +44,21 @@ inline constexpr int MaxAttempts = 8;
 // (AdaptiveFrameSize) comes through with its answer about every other time, and 32 sends all
 // lose it about once in 10^10; a line that loses nearly every frame is given up within seconds.
 inline constexpr int MostSendsOfOneRequest = 32;
+// The line-rate switch (docs/protocol.md, "Line rate"). The instrument's own: at a switched
+// rate it returns to the package's rate once this long has passed without an intact frame
+// since it switched, since it answered Restart, or since a byte came after the last intact
+// frame (a host speaking at another rate). Long next to the turnaround of a request at any
+// rate, short enough that a failed switch costs about a second.
+inline constexpr auto RateFallback = 1s;
+// How long the host waits for the answer to its first request at the new rate. Request and
+// answer take well under a millisecond on the wire; the time lets the link send the request
+// twice more (ReplyMargin) against a damaged frame and stays well inside RateFallback, so
+// the instrument has not gone back while the host still tries.
+inline constexpr auto RateProof = 700ms;
+// After a failed proof, the host speaks at the package's rate again only once the instrument
+// has surely gone back too: RateFallback from the host's own switch, which came a little after
+// the instrument's, and the margin of any reply for the instrument's clock and the host's.
+inline constexpr auto RateFallbackWait = RateFallback + ReplyMargin;
 // The shortest pause in reading worth a timer: a line delivers in pieces a millisecond or two
 // apart (a UART's FIFO, a USB adapter's latency timer, the simulated line's 2 ms steps), so a
 // shorter pause would cost a timer's wake-up to save one or two.
@@ -84,6 +99,12 @@ inline constexpr int WorkerJoin = TalkerSilence + ReadMargin;
 // Between reads that found nothing: often enough to add little to each answer's wait, rarely
 // enough to leave the bus and the controller mostly idle.
 inline constexpr int PollInterval = 5;
+// Reads a "++" controller that marks the end of each message may hold at once: one behind
+// each of the three requests any instrument may have on the way, and one for a poll. Each
+// comes back with at least an empty frame and a talk brings all the instrument has, so more
+// (for the up to eight an instrument with a receive buffer may have) only take the bus from
+// the requests: tried with nine, no row got faster.
+inline constexpr int MostReadsAsked = 4;
 // What a "++" controller moves through its USB or network link and the bus, in bytes a second:
 // conservative, so the link's waits are long enough.
 inline constexpr double BytesPerSecond = 100000.0;

@@ -30,6 +30,13 @@ RequestPipeline::RequestPipeline(Link &link, QObject *parent) : QObject(parent),
 void RequestPipeline::expectRange(int32_t address, int32_t length)
 {
     m_range = Range{uint32_t(address), uint32_t(std::max(length, 0))};
+    if (m_compressor)
+        m_compressor->startImage();
+}
+
+void RequestPipeline::packBlocks(bool pack)
+{
+    m_compressor = pack ? std::make_unique<BlockCompressor>() : nullptr;
 }
 
 void RequestPipeline::reset()
@@ -123,8 +130,15 @@ void RequestPipeline::sendParts()
 void RequestPipeline::sendNextPart(Job &job, Purpose purpose)
 {
     const Request part = job.unsent.takeFirst();
-    const uint8_t sequence = m_link.request(part.type, part.payload, part.expectedReplyBytes);
-    m_inFlight[sequence] = {purpose, part.kind, int(job.answers.size() - job.unsent.size()) - 1};
+    if (part.kind == Kind::VoltageOn && m_compressor)
+        m_compressor->startImage();
+    // Each part packed on its own as it goes; sent again, it goes as it went.
+    const BlockCompressor::Request sent = part.kind == Kind::Program && m_compressor
+                                              ? m_compressor->pack(part.payload)
+                                              : BlockCompressor::Request{part.type, part.payload};
+    const uint8_t sequence = m_link.request(sent.type, sent.payload, part.expectedReplyBytes);
+    m_inFlight[sequence] = {purpose, part.kind, int(job.answers.size() - job.unsent.size()) - 1,
+                            part.payload.size() - sent.payload.size()};
 }
 
 void RequestPipeline::answerBlockWhenDue()
@@ -219,6 +233,7 @@ void RequestPipeline::onReplied(uint8_t sequence, const QByteArray &payload)
         return; // an answer taken by whoever asked (the boot ROM's, the voltage's at close)
     const InFlight inFlight = it->second;
     m_inFlight.erase(it);
+    m_bytesPackedAway += inFlight.packedAway;
     switch (inFlight.purpose) {
     case Purpose::Engine:
         m_job->answers[inFlight.part] = payload;

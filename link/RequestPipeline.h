@@ -17,9 +17,12 @@
 // request goes in parts as small as the link advises for the line (RequestSplitter); the engine
 // still sees one answer per request: a block on its way once all its parts are, a read once all
 // its parts are answered, with the first failing part's status (and a refused part's address).
+// With packBlocks, every Program part goes out compressed on its own as it is sent
+// (BlockCompressor), one stream per image: each range and each VoltageOn starts a new one.
 // Answers and failures are always raised from the event loop, never inside submit. The link
 // never answers or fails inside its request() either, so every request is recorded as on the
 // way before anything can be heard of it.
+#include "link/BlockCompressor.h"
 #include "link/Link.h"
 #include "link/Protocol.h"
 
@@ -27,6 +30,7 @@
 #include <QList>
 #include <QObject>
 #include <map>
+#include <memory>
 #include <optional>
 
 class RequestPipeline : public QObject {
@@ -51,8 +55,13 @@ public:
     // The range that the Program or Read requests from now on cover: an image, or a range read
     // back.
     void expectRange(int32_t address, int32_t length);
+    // Whether Program requests go out compressed (the instrument takes ProgramPacked).
+    void packBlocks(bool pack);
     // Forgets everything on the way (the channel is closing).
     void reset();
+    // Bytes that packing kept off the line in the answered blocks: the link's payload bytes
+    // plus these are the bytes as the engine sees them.
+    int64_t bytesPackedAway() const { return m_bytesPackedAway; }
 
 signals:
     // The answer to the engine's request, laid out as the instrument's Reply.
@@ -70,7 +79,8 @@ private:
     struct InFlight {
         Purpose purpose;
         Kind kind;
-        int part; // its place in its request
+        int part;                 // its place in its request
+        qsizetype packedAway = 0; // the part's payload bytes that packing saved
     };
     // A request of the engine's, or the range read ahead, and how its parts are getting on.
     struct Job {
@@ -124,5 +134,7 @@ private:
     std::optional<Range> m_range;
     std::optional<ProgramFailure> m_programFailure;
     std::optional<std::pair<Link::Failure, QString>> m_linkFailure;
+    std::unique_ptr<BlockCompressor> m_compressor; // when the instrument takes packed blocks
     bool m_inSubmit = false;
+    int64_t m_bytesPackedAway = 0;
 };

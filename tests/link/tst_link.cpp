@@ -1,13 +1,18 @@
-// Frames and their decoder; the link, its request pipeline and the transfer program's loader,
-// over a scripted transport; the protocol document's example exchange, byte for byte.
+// Frames and their decoder; the link, its request pipeline, the transfer program's loader and
+// the line's set-up after it, over a scripted transport; packed blocks; the protocol
+// document's example exchanges, byte for byte.
 #include "instrument/SimulatedInstrument.h"
+#include "link/BlockCompressor.h"
+#include "link/LineRateSwitch.h"
 #include "link/LinkTimeouts.h"
 #include "link/RequestPipeline.h"
 #include "link/TransferProgramLoader.h"
 #include "tests/link/ScriptedTransport.h"
 
+#include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QtTest>
+#include <zlib.h>
 
 namespace {
 using namespace std::chrono_literals;
@@ -114,6 +119,23 @@ enum class Then { Nothing, PartOfTheAnswer, PartOfAnotherAnswer, PartOfABusyFram
 // another transfer program, a program that knows neither Hello nor LoadBlock.
 enum class Load { Whole, Noisy, BlockRefused, PortGoes, LoaderGoes, SameProgram, OtherProgram, NoBootRom };
 constexpr double MsPerByte = 0.1;
+constexpr int PackageRate = 115200;
+
+// A packed block's data as the instrument inflates it: on its own, into at most length bytes.
+QByteArray inflated(const QByteArray &data, int length)
+{
+    z_stream stream{};
+    inflateInit2(&stream, -15);
+    QByteArray out(length + 1, '\0');
+    stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(data.constData()));
+    stream.avail_in = uInt(data.size());
+    stream.next_out = reinterpret_cast<Bytef *>(out.data());
+    stream.avail_out = uInt(out.size());
+    inflate(&stream, Z_SYNC_FLUSH);
+    out.resize(out.size() - qsizetype(stream.avail_out));
+    inflateEnd(&stream);
+    return out;
+}
 constexpr int PartBytes = 40;
 } // namespace
 
@@ -335,6 +357,33 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(c.replied.size(), Blocks - 1, 30000);
         QTRY_COMPARE_WITH_TIMEOUT(c.transport.written.size(), Blocks + 1, 1000);
         QCOMPARE(c.transport.sent(Blocks).sequence, c.transport.sent(Blocks - 1).sequence);
+    }
+
+    // Requests on the way before any answer: three for any instrument; more when it names a
+    // receive buffer that holds those behind the oldest and one more of the largest, counted
+    // as they go on the wire; never more than it keeps answers for.
+    void requestsOnTheWay_data()
+    {
+        QTest::addColumn<int>("receiveBuffer");
+        QTest::addColumn<int>("payload");
+        QTest::addColumn<char>("fill");
+        QTest::addColumn<int>("onTheWay");
+        QTest::newRow("any instrument") << 0 << 40 << 'p' << 3;
+        QTest::newRow("a buffer for one of the largest frames") << 8210 << 40 << 'p' << 3;
+        QTest::newRow("small blocks: as many as answers are kept") << 32768 << 40 << 'p' << 8;
+        QTest::newRow("the largest blocks") << 24630 << 4006 << 'p' << 6;
+        QTest::newRow("the largest blocks, stuffed") << 24630 << 4006 << '\xC0' << 4;
+    }
+    void requestsOnTheWay()
+    {
+        QFETCH(int, receiveBuffer);
+        QFETCH(int, payload);
+        QFETCH(char, fill);
+        Channel c;
+        c.link.setReceiveBuffer(receiveBuffer);
+        while (c.link.hasRoom() && c.link.outstanding() < 20)
+            c.link.request(Protocol::Program, QByteArray(payload, fill), 6);
+        QTEST(c.link.outstanding(), "onTheWay");
     }
 
     // The link lets the transport stop reading while no answer it needs can be whole; never
@@ -637,7 +686,112 @@ private slots:
         QCOMPARE(c.transport.written.size(), 10);
     }
 
-    // The example exchange of docs/protocol.md, replayed into the simulated instrument: it
+    // Once the transfer program runs: the fastest rate that the instrument names, the port
+    // takes and the user allows, the next slower one after a refusal, and the package's rate
+    // when the program names no abilities or the new rate is never proved. Then what the set-up
+    // reports ("RATE packed|plain: why not faster") and every rate the port was set to.
+    void theLineIsSetUpForWhatBothEndsAndTheUserAllow_data()
+    {
+        QTest::addColumn<int>("named");       // the instrument's highest rate; -1: it does not know Abilities
+        QTest::addColumn<QList<int>>("declined"); // rates it declines
+        QTest::addColumn<int>("portFastest"); // 0: a GPIB controller, whose rate is its own
+        QTest::addColumn<int>("allowed");     // the user's highest rate
+        QTest::addColumn<bool>("switchLost"); // nothing sent at the new rate arrives
+        QTest::addColumn<QString>("outcome");
+        QTest::addColumn<QString>("rates");
+        const QList<int> none;
+        QTest::newRow("a program without abilities") << -1 << none << 4000000 << 921600 << false
+                                                     << "115200 plain: the transfer program does not switch to a faster rate" << "";
+        QTest::newRow("the fastest all three allow") << 921600 << none << 4000000 << 4000000 << false << "921600 packed: " << "921600";
+        QTest::newRow("the port's fastest") << 4000000 << none << 460800 << 4000000 << false << "460800 packed: " << "460800";
+        QTest::newRow("the user's limit") << 4000000 << none << 4000000 << 500000 << false << "500000 packed: " << "500000";
+        QTest::newRow("no faster rate allowed") << 921600 << none << 4000000 << 0 << false
+                                                << "115200 packed: no faster rate is allowed" << "";
+        QTest::newRow("declined, then slower") << 921600 << QList<int>{921600, 576000} << 4000000 << 921600 << false
+                                               << "500000 packed: " << "500000";
+        QTest::newRow("every rate declined") << 921600 << QList<int>{921600, 576000, 500000, 460800, 230400} << 4000000 << 921600
+                                             << false << "115200 packed: the instrument declined 230400 to 921600 baud" << "";
+        QTest::newRow("the new rate never proved") << 921600 << none << 4000000 << 921600 << true
+                                                   << "115200 packed: the instrument did not answer at 921600 baud"
+                                                   << "921600 115200";
+        QTest::newRow("GPIB keeps the controller's rate") << 921600 << none << 0 << 921600 << false << "0 packed: " << "";
+    }
+    void theLineIsSetUpForWhatBothEndsAndTheUserAllow()
+    {
+        QFETCH(int, named);
+        QFETCH(QList<int>, declined);
+        QFETCH(int, portFastest);
+        QFETCH(int, allowed);
+        QFETCH(bool, switchLost);
+        Channel c;
+        c.transport.rate = portFastest > 0 ? PackageRate : 0;
+        c.transport.fastestTaken = portFastest;
+        if (switchLost)
+            c.transport.deafAt = 921600;
+        c.transport.instrument = [&](const Frame &request) {
+            if (request.type == Protocol::Abilities)
+                return named < 0 ? Protocol::Writer().u16(Protocol::Status::Unknown).done()
+                                 : Protocol::Writer().u16(Protocol::Status::Ok).u32(uint32_t(named)).u32(3).u32(0).done();
+            const bool refused = declined.contains(int(Protocol::Reader(request.payload).u32()));
+            return Protocol::Writer().u16(refused ? Protocol::Status::RateNotTaken : Protocol::Status::Ok).done();
+        };
+        LineRateSwitch line(c.link, c.transport, allowed);
+        QString outcome;
+        connect(&line, &LineRateSwitch::finished, this, [&](const InstrumentAbilities &abilities, int rate, const QString &note) {
+            outcome = QStringLiteral("%1 %2: %3").arg(rate).arg(abilities.packedBlocks ? "packed" : "plain", note);
+        });
+        connect(&line, &LineRateSwitch::failed, this, [&](const QString &reason) { outcome = reason; });
+        line.start();
+        QVERIFY(outcome.isEmpty()); // never inside the call
+        QTRY_VERIFY_WITH_TIMEOUT(!outcome.isEmpty(), 5000);
+        QTEST(outcome, "outcome");
+        QStringList rates;
+        for (const int rate : std::as_const(c.transport.rates))
+            rates << QString::number(rate);
+        QTEST(rates.join(QLatin1Char(' ')), "rates");
+    }
+
+    // Program requests of any block size go packed: each block's data inflates on its own to
+    // exactly the block, also in another order and across a new image; a block that does not
+    // shrink goes as the Program request it was.
+    void packedBlocksInflateOnTheirOwn_data()
+    {
+        QTest::addColumn<int>("block");
+        for (const int block : {240, 1024, 4000})
+            QTest::addRow("%d-byte blocks", block) << block;
+    }
+    void packedBlocksInflateOnTheirOwn()
+    {
+        QFETCH(int, block);
+        const QByteArray code = QByteArray("\x90\x8B\x46\x04\xE8\x10\x27\x50\x5D\xC3").repeated(410);
+        QByteArray random(block, '\0');
+        QRandomGenerator(block).fillRange(reinterpret_cast<quint32 *>(random.data()), block / 4);
+        BlockCompressor compressor;
+        QList<QByteArray> blocks;
+        QList<BlockCompressor::Request> sent;
+        for (int n = 0; n < 4; ++n) {
+            if (n == 2)
+                compressor.startImage();
+            blocks << code.mid(n * 7, block);
+            sent << compressor.pack(program(0x1000 + n * block).payload.left(6) + blocks.last());
+        }
+        for (qsizetype n = sent.size() - 1; n >= 0; --n) { // last first
+            QCOMPARE(sent[n].type, uint8_t(Protocol::ProgramPacked));
+            Protocol::Reader packed(sent[n].payload);
+            QCOMPARE(packed.u32(), uint32_t(0x1000 + n * block));
+            packed.u16();
+            QCOMPARE(packed.u16(), uint16_t(block));
+            const QByteArray data = packed.rest();
+            QVERIFY2(data.size() < block / 2, qPrintable(QString::number(data.size())));
+            QCOMPARE(inflated(data, block), blocks[n]);
+        }
+        const QByteArray plain = program(0x9000).payload.left(6) + random;
+        const BlockCompressor::Request unchanged = compressor.pack(plain);
+        QCOMPARE(unchanged.type, uint8_t(Protocol::Program));
+        QCOMPARE(unchanged.payload, plain);
+    }
+
+    // The example exchanges of docs/protocol.md, replayed into the simulated instrument: it
     // answers each request with exactly the bytes shown, and the host's frames are exactly what
     // the host's encoder makes (CRC, stuffing, field order).
     void theDocumentedExampleIsExact()
@@ -657,7 +811,7 @@ private slots:
             else if (line.startsWith("inst ") && !exchanges.isEmpty())
                 exchanges.last().second += QByteArray::fromHex(line.mid(5));
         }
-        QCOMPARE(exchanges.size(), 23);
+        QCOMPARE(exchanges.size(), 33);
         for (const auto &[request, answer] : std::as_const(exchanges)) {
             said.clear();
             instrument.receive(request);
