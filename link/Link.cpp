@@ -166,6 +166,16 @@ bool Link::resendDamaged(uint8_t intact, int damaged)
     if (intact == 0 || named == m_recentWrites.rend())
         return false;
     const uint64_t namedWrite = m_writes - uint64_t(named - m_recentWrites.rbegin());
+    if (namedWrite == m_writes) {
+        // Nothing went after it: the damaged frame was this very send, sent again after an
+        // earlier one had arrived intact, or noise on a quiet line. Unanswered, it goes again
+        // (the instrument answers it from what it kept, or ignores it while it works on it).
+        const auto last = std::find_if(m_outstanding.begin(), m_outstanding.end(),
+                                       [&](const Outstanding &o) { return o.lastWrite == m_writes; });
+        if (last != m_outstanding.end() && !m_busySinceMs && resend(*last) && last == m_outstanding.begin())
+            armForOldest();
+        return true;
+    }
     for (uint64_t write = namedWrite + 1; write <= std::min(m_writes, namedWrite + uint64_t(damaged)); ++write) {
         const auto lost = std::find_if(m_outstanding.begin(), m_outstanding.end(),
                                        [&](const Outstanding &o) { return o.lastWrite == write; });
@@ -180,12 +190,16 @@ bool Link::resendDamaged(uint8_t intact, int damaged)
     return true;
 }
 
-bool Link::resendOverdue(uint64_t write)
+bool Link::resendShownLost(const Outstanding &answered, int damaged)
 {
-    // In the order of their first sends, so those sent from the write on end the search.
-    for (auto it = m_outstanding.begin(); it != m_outstanding.end() && it->firstWrite < write; ++it) {
-        if (it->lastWrite > write)
+    // In the order of their first sends, so those first sent after the answered one's last send
+    // end the search.
+    for (auto it = m_outstanding.begin(); it != m_outstanding.end() && it->firstWrite < answered.lastWrite; ++it) {
+        if (it->lastWrite > answered.lastWrite)
             continue; // sent again after it: that send may still be on its way
+        if (it->lastWrite > answered.firstWrite && damaged == 0)
+            continue; // its answer may still come behind this one, which an earlier send drew
+        damaged = std::max(0, damaged - 1);
         if (!resend(*it))
             return false;
         if (it == m_outstanding.begin())
@@ -348,9 +362,10 @@ void Link::onReply(const Frame &frame)
     pullInEstimates(it);
     m_busySinceMs.reset();
     m_payloadBytes += it->frame.payload.size() + frame.payload.size();
-    const uint64_t answeredFrom = it->firstWrite;
+    const Outstanding answered = *it;
     m_outstanding.erase(it);
-    forgetDamagedFrames(); // an answer after them: those they damaged are overdue now
+    const int damaged = m_damagedFrames; // since the last answer: answers to requests sent before this one
+    forgetDamagedFrames();
     m_frameSize.answered();
     if (m_outstanding.empty()) {
         m_timer.stop();
@@ -358,7 +373,7 @@ void Link::onReply(const Frame &frame)
     } else if (wasOldest) {
         armForOldest();
     } // else the oldest's answer is still missing and its wait runs on
-    if (resendOverdue(answeredFrom)) // before anything new goes
+    if (resendShownLost(answered, damaged)) // before anything new goes
         emit replied(frame.sequence, frame.payload);
 }
 

@@ -134,13 +134,14 @@ private:
     void pullInEstimates(Iterator answered);
     void resendAll();
     // Sends again what a Nak names: the unanswered requests among the damaged writes after the
-    // last write of the number that arrived intact, unless sent again since. False when that
-    // number is none of the recent writes.
+    // last write of the number that arrived intact, unless sent again since, or that write
+    // itself when it was the last. False when that number is none of the recent writes.
     bool resendDamaged(uint8_t intact, int damaged);
-    // Sends again every unanswered request whose last send went before the write: lost on its
-    // way, or its answer was, since a request sent from that write on has been answered. False
-    // when the link has failed.
-    bool resendOverdue(uint64_t write);
+    // Sends again what an answer shows lost: every unanswered request whose sends all went before
+    // the first send of the request answered (it, or its answer, was lost), and, for each frame
+    // that came damaged since the last answer, one more whose last send went before the answered
+    // one's last (the damaged frame was most likely its answer). False when the link has failed.
+    bool resendShownLost(const Outstanding &answered, int damaged);
     // False when the request has gone out too often: the link has then failed.
     bool resend(Outstanding &request);
     // Waits for the oldest request's answer: until its own bytes have left, its answer's wire

@@ -307,8 +307,12 @@ private slots:
                                                                 << "serial" << none << "" << "" << "" << 0;
         QTest::newRow("one byte in 1000 lost") << QStringList{"--drop-rate", "0.001", "--seed", "9"} << "serial" << none << "" << ""
                                                << "" << 0;
+        // The switch's proof may not pass such a line: the update then goes on at 115200.
         QTest::newRow("one byte in 100 damaged") << QStringList{"--corrupt-rate", "0.01", "--seed", "7"} << "serial" << none << ""
                                                  << "" << "" << 0;
+        QTest::newRow("one byte in 100 damaged, packed at 115200")
+            << QStringList{"--corrupt-rate", "0.01", "--seed", "5", "line=115200,compressed"} << "serial"
+            << QStringList{"--max-baud", "0"} << "" << "" << "" << 0;
         QTest::newRow("one byte in 100 lost") << QStringList{"--drop-rate", "0.01", "--seed", "9"} << "serial" << none << "" << ""
                                               << "" << 0;
         QTest::newRow("wrong checksum") << QStringList{"--wrong-checksum"} << "serial" << none << "Checksum Error,  Target = H" << ""

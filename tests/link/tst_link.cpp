@@ -227,12 +227,15 @@ private slots:
         QTest::newRow("a nak names the damaged one") << 3 << "nak:0:1 0 1 2" << "012" << "0121";
         QTest::newRow("... or two") << 3 << "nak:0:2 0 1 2" << "012" << "01212";
         QTest::newRow("... the first of all") << 3 << "nak:-:1 0 1 2" << "012" << "012012";
-        QTest::newRow("damage after the last request: nothing") << 3 << "nak:2:1 0 1 2" << "012" << "012";
+        QTest::newRow("damage after the last send: it may have been that send") << 3 << "nak:2:1 0 1 2" << "012" << "0122";
+        QTest::newRow("... a request sent again after it arrived intact") << 1 << "timeout nak:0:1 0" << "0" << "000";
         QTest::newRow("a damaged one sent again since: not again") << 3 << "nak:0:1 nak:0:1 0 1 2" << "012" << "0121";
         QTest::newRow("a number not sent lately: every unanswered") << 3 << "nak:x:1 0 1 2" << "012" << "012012";
         QTest::newRow("a damaged answer, then silence: the oldest goes again")
             << 3 << "damaged timeout 0 1 2" << "012" << "0120";
         QTest::newRow("... two: the two oldest") << 3 << "damaged damaged timeout 0 1 2" << "012" << "01201";
+        QTest::newRow("... then an answer to a later send: one sent before that send")
+            << 3 << "nak:0:2 0 damaged 2 1" << "021" << "012121";
         QTest::newRow("busy frames hold the resend off") << 1 << "busy 0" << "0" << "0";
     }
     void answersAreTakenByTheirNumber()
