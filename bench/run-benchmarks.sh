@@ -39,18 +39,18 @@ done
 # "median and worst" of numbers, one a line; sort's options say which end is worst.
 median_worst() { sort "$@" | awk '{ v[NR] = $1 } END { if (NR) printf "median %s, worst %s", v[int((NR + 1) / 2)], v[1] }'; }
 of_clean() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.1f%%", 100 * a / b }'; }
-# RATE ("115200": the package's, or "921600" after the switch) NOISE
+# RATE ("115200": the package's, or "921600" after the switch) NOISE KIB TARGET
 noise_rows() {
-  local at=$1 noise=$2 max_baud; max_baud=$([[ $1 == 115200 ]] && echo 0 || echo "$1")
+  local at=$1 noise=$2 kib=$3 target=$4 max_baud; max_baud=$([[ $1 == 115200 ]] && echo 0 || echo "$1")
   local clean lines one_in
-  clean=$(update --image-kib 64 --block 240 --read-back --max-baud "$max_baud")
-  lines=$(for seed in 1 2 3 4 5; do update --image-kib 64 --block 240 --read-back --max-baud "$max_baud" --noise "$noise" --seed "$seed" || true; done)
+  clean=$(update --image-kib "$kib" --block 240 --read-back --max-baud "$max_baud")
+  lines=$(for seed in 1 2 3 4 5; do update --image-kib "$kib" --block 240 --read-back --max-baud "$max_baud" --noise "$noise" --seed "$seed" || true; done)
   one_in=$(awk -v r="$noise" 'BEGIN { print 1 / r }')
   for pass in program read; do
     local base shares
     base=$(field "${pass}_Bps" "$clean")
     shares=$(while read -r l; do if [[ -n $l ]]; then of_clean "$(field "${pass}_Bps" "$l")" "$base"; echo; fi; done <<<"$lines" | median_worst -g)
-    echo "| $at, 1 byte in $one_in damaged: $pass 64 KiB, MAXPROGLEN 240, share of clean ($base B/s) | ${shares:-every update failed} | $([[ $noise == 0.001 ]] && echo "≥ 70%" || echo "-") |"
+    echo "| $at, 1 byte in $one_in damaged: $pass $kib KiB, MAXPROGLEN 240, share of clean ($base B/s) | ${shares:-every update failed} | $target |"
   done
   local walls loads
   walls=$(while read -r l; do if [[ -n $l ]]; then field wall_s "$l"; fi; done <<<"$lines" | median_worst -gr)
@@ -59,9 +59,9 @@ noise_rows() {
   echo "| $at, 1 byte in $one_in damaged: transfer program of 2 KiB loaded (clean $(field load_s "$clean") s) | ${loads:-every update failed}${loads:+ s} | - |"
   echo "| $at, 1 byte in $one_in damaged: updates that succeeded with the flash byte-exact | $(grep -c 'flash_exact=1' <<<"$lines" || true) of 5 | 5 of 5 |"
 }
-noise_rows 115200 0.001
-noise_rows 115200 0.01
-noise_rows 921600 0.001
+noise_rows 115200 0.001 64 "≥ 70%"
+noise_rows 115200 0.01 64 -
+noise_rows 921600 0.001 512 -
 for kib in 16 1024 16384; do
   line=$(update --image-kib "$kib" --block 4000 --unpaced)
   echo "| peak memory of varnolt-cli, $kib KiB image | $(( $(field peak_rss_kib "$line") / 1024 )) MiB | image + fixed base |"
