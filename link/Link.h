@@ -4,9 +4,10 @@
 // was, goes out again with its number (the instrument then answers from its cache instead of
 // acting twice). Only what was lost goes again: the instrument answers in the order requests
 // arrive, so an answer shows every request sent before it and still unanswered to be lost, a
-// damaged frame that no answer follows was most likely the oldest's answer, and its Nak names
+// damaged frame from it was most likely the answer of one of the oldest, and its Nak names
 // the last request that arrived intact and how many damaged frames followed it. A Nak that
-// names nothing, or a wait for an answer that runs out, sends every unanswered request again. Busy frames stretch the wait during long operations, up to
+// names nothing, or a wait for an answer that runs out, sends every unanswered request again.
+// Busy frames stretch the wait during long operations, up to
 // LinkTimeouts::LongestOperation. After MaxAttempts waits in a row with nothing heard from the
 // instrument, after MostSendsOfOneRequest sends of one request, or when the transport breaks,
 // every request on the way fails at once with a reason that says what to check. A transport
