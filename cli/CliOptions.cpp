@@ -17,6 +17,7 @@ QString CliOptions::usage()
     return QStringLiteral(
         "usage: varnolt-cli update PACKAGE [--port NAME] [--language NAME] [--transfer-only]\n"
         "                          [--overwrite | --keep-existing] [--log FILE] [--json] [--quiet]\n"
+        "                          [--max-baud N]\n"
         "       varnolt-cli info PACKAGE [--json]\n"
         "       varnolt-cli ports\n"
         "       varnolt-cli --help | --version\n"
@@ -34,6 +35,9 @@ QString CliOptions::usage()
         "               and the exit status\n"
         "--json         one JSON object per line for machines (also for info)\n"
         "--quiet        only the result\n"
+        "--max-baud N   once the transfer program runs, move a serial line to the fastest rate\n"
+        "               up to N that the instrument and the port take (default: TROVEX_MAX_BAUD,\n"
+        "               else 921600); 0 or the package's rate keeps the package's rate\n"
         "\n"
         "Exit status: 0 success, 1 the update failed, 2 bad usage or a package that cannot be\n"
         "loaded, 130 cancelled (Ctrl-C).\n");
@@ -80,6 +84,16 @@ bool CliOptions::parse(const QStringList &args, CliOptions &options, QString *er
         } else if (updateOnly && arg == QLatin1String("--log")) {
             if (!takeValue(args, i, options.logFile, error))
                 return false;
+        } else if (updateOnly && arg == QLatin1String("--max-baud")) {
+            QString value;
+            if (!takeValue(args, i, value, error))
+                return false;
+            bool ok = false;
+            options.maxBaud = value.toInt(&ok);
+            if (!ok || *options.maxBaud < 0) {
+                *error = QStringLiteral("--max-baud needs a rate in baud (0 keeps the package's rate), not %1").arg(value);
+                return false;
+            }
         } else if (updateOnly && arg == QLatin1String("--transfer-only")) {
             options.transferOnly = true;
         } else if (updateOnly && (arg == QLatin1String("--overwrite") || arg == QLatin1String("--keep-existing"))) {

@@ -2,11 +2,13 @@
 // The headless tool's command line:
 //   varnolt-cli update PACKAGE [--port NAME] [--language NAME] [--transfer-only]
 //                              [--overwrite | --keep-existing] [--log FILE] [--json] [--quiet]
+//                              [--max-baud N]
 //   varnolt-cli info PACKAGE [--json]
 //   varnolt-cli ports
 //   varnolt-cli --help | --version
 #include <QString>
 #include <QStringList>
+#include <optional>
 
 struct CliOptions {
     enum class Command { Update, Info, Ports, Help, Version };
@@ -21,6 +23,9 @@ struct CliOptions {
     QString logFile;
     bool json = false;
     bool quiet = false;
+    // The fastest line rate allowed once the transfer program runs; without --max-baud,
+    // TROVEX_MAX_BAUD or LineRateLimit::Default.
+    std::optional<int> maxBaud;
 
     // Parses the arguments after the program name; false with a reason in *error.
     static bool parse(const QStringList &arguments, CliOptions &options, QString *error);

@@ -61,6 +61,33 @@ void RunReporter::begin()
     m_log.write(QStringLiteral("varnolt-cli %1 update\nPackage: %2\nPackage SHA-256: %3\nPort: %4 (%5)\nLanguage: %6")
                     .arg(QLatin1String(Version::Text), m_engine.package().path(), m_packageSha256, m_engine.ComPort,
                          device(), m_engine.FirmwareLanguage));
+    if (!serialPort())
+        return;
+    const int highest = m_options.maxBaud.value_or(0);
+    m_log.write(highest > m_engine.BaudRate
+                    ? QStringLiteral("Line rate: %1 baud, then up to %2 where the instrument and the port take it")
+                          .arg(m_engine.BaudRate)
+                          .arg(highest)
+                    : QStringLiteral("Line rate: %1 baud").arg(m_engine.BaudRate));
+}
+
+bool RunReporter::serialPort() const
+{
+    return m_engine.ComPort.contains(QStringLiteral("COM"), Qt::CaseInsensitive);
+}
+
+void RunReporter::lineSettled(int rate, bool packedBlocks, const QString &note)
+{
+    m_line = LineUse{rate, packedBlocks, note};
+}
+
+// "921600 baud, compressed program blocks", "115200 baud (the instrument declined 921600
+// baud), plain program blocks", "GPIB, ..."
+QString RunReporter::lineUsed() const
+{
+    const QString rate = m_line->rate > 0 ? QStringLiteral("%1 baud").arg(m_line->rate) : QStringLiteral("GPIB");
+    const QString note = m_line->note.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(m_line->note);
+    return rate + note + (m_line->packedBlocks ? QStringLiteral(", compressed program blocks") : QStringLiteral(", plain program blocks"));
 }
 
 QString RunReporter::device() const
@@ -163,6 +190,8 @@ void RunReporter::result(bool succeeded, const QString &text, int exitStatus)
     clearBar();
     const int32_t code = m_engine.QX_Error_GetLastError();
     const QString message = ResultText::message(m_engine, succeeded);
+    if (m_line)
+        m_log.write(QStringLiteral("Line used: ") + lineUsed());
     m_log.write(QStringLiteral("Result: %1, code %2: %3\nExit status: %4")
                     .arg(outcomeName(succeeded, code))
                     .arg(code)
@@ -202,6 +231,11 @@ QJsonObject RunReporter::resultObject(bool succeeded, const QString &text, int e
                        {QStringLiteral("chips"), chips},
                        {QStringLiteral("bytesWritten"), qint64(m_engine.BytesWritten)},
                        {QStringLiteral("bytesVerified"), qint64(m_engine.BytesVerified)}};
+    if (m_line) {
+        if (m_line->rate > 0)
+            object.insert(QStringLiteral("lineRate"), m_line->rate);
+        object.insert(QStringLiteral("compressedBlocks"), m_line->packedBlocks);
+    }
     if (const QString why = m_engine.openFailureReason(); !why.isEmpty())
         object.insert(QStringLiteral("channelError"), why);
     return object;

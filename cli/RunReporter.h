@@ -2,8 +2,8 @@
 // What the headless tool shows of a run: every log line, a progress bar on a terminal (the
 // current action and its percent, the whole run, bytes per second and time left), or one
 // JSON object per line for machines; and the result. With --log the log file also gets a
-// header (tool, package and its SHA-256, port and device, language), every line and, last,
-// the result and the exit status.
+// header (tool, package and its SHA-256, port and device, language, the line rate to try),
+// every line and, last, the line as it was used, the result and the exit status.
 #include "cli/CliOptions.h"
 #include "cli/RunLog.h"
 #include "cli/TimeLeft.h"
@@ -14,6 +14,7 @@
 #include <QTimer>
 #include <deque>
 #include <functional>
+#include <optional>
 
 class QX_UploadProcess;
 
@@ -29,6 +30,9 @@ public:
     void begin();
     void logLine(const QString &line);
     void progress(const QString &action, int16_t percent);
+    // The line once the transfer program runs: its rate (0 on GPIB), whether program blocks
+    // go compressed, and why the rate is not faster.
+    void lineSettled(int rate, bool packedBlocks, const QString &note);
     // A notice during the run that is not one of its log lines.
     void warning(const QString &text);
     // The run's outcome: text is the Finished text.
@@ -43,6 +47,8 @@ private:
     void emitProgress(double overall);
     QJsonObject resultObject(bool succeeded, const QString &text, int exitStatus) const;
     QString device() const;
+    bool serialPort() const;
+    QString lineUsed() const;
     double overall() const;
     double recentRate();
 
@@ -58,6 +64,12 @@ private:
     bool m_barShown = false;
     QString m_action;
     int m_percent = 0;
+    struct LineUse {
+        int rate;
+        bool packedBlocks;
+        QString note;
+    };
+    std::optional<LineUse> m_line; // once the transfer program runs
     // (milliseconds, bytes) over the last few seconds, for a rate that follows the line.
     std::deque<std::pair<qint64, int64_t>> m_samples;
 };

@@ -66,10 +66,14 @@ int run(const CliOptions &options, const ApplicationLayerFactory &makeLayer)
     ConsolePrompt prompt(options.overwrite);
     // The layer lives only while the channel is open; the rate needs it while it does.
     QPointer<ApplicationLayer> layer;
+    RunReporter *reporting = nullptr; // the reporter below, which the layer's runs tell how the line was set up
     QX_UploadProcess engine(
         [&](const EngineWait &wait) {
             auto created = makeLayer(wait);
             layer = created.get();
+            if (const auto *trovex = qobject_cast<const Trovex *>(created.get()))
+                QObject::connect(trovex, &Trovex::lineSettled, trovex,
+                                 [&](int rate, bool packed, const QString &note) { reporting->lineSettled(rate, packed, note); });
             return created;
         },
         prompt);
@@ -80,6 +84,7 @@ int run(const CliOptions &options, const ApplicationLayerFactory &makeLayer)
             bytesMoved = trovex->payloadBytes();
         return bytesMoved;
     });
+    reporting = &reporter;
     QString error;
     if (!reporter.open(&error) || !(error = prepare(options, engine)).isEmpty()) {
         reporter.error(error, ExitStatus::BadUsage);

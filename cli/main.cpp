@@ -6,6 +6,7 @@
 #include "cli/InfoCommand.h"
 #include "cli/PortsCommand.h"
 #include "cli/UpdateCommand.h"
+#include "link/LineRateLimit.h"
 #include "trovex/Trovex.h"
 
 #include <QCoreApplication>
@@ -34,5 +35,9 @@ int main(int argc, char **argv)
     case CliOptions::Command::Update:
         break;
     }
-    return UpdateCommand::run(options, [](const EngineWait &wait) { return std::make_unique<Trovex>(wait); });
+    if (!options.maxBaud)
+        options.maxBaud = LineRateLimit::fromEnvironment();
+    return UpdateCommand::run(options, [&options](const EngineWait &wait) {
+        return std::make_unique<Trovex>(wait, PortMap::fromEnvironment(), *options.maxBaud);
+    });
 }

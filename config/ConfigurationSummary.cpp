@@ -6,7 +6,8 @@
 
 using TextFormat::hex;
 
-QStringList ConfigurationSummary::pieces(const PackageConfiguration &config, bool withSettings, QX_Error &errors)
+QStringList ConfigurationSummary::pieces(const PackageConfiguration &config, bool withSettings, int highestLineRate,
+                                         QX_Error &errors)
 {
     QStringList out;
     const bool serial = config.ComPort.contains(QStringLiteral("COM"), Qt::CaseInsensitive);
@@ -25,17 +26,20 @@ QStringList ConfigurationSummary::pieces(const PackageConfiguration &config, boo
     }
 
     if (withSettings)
-        out << settingsPieces(config);
+        out << settingsPieces(config, highestLineRate);
     return out;
 }
 
-QStringList ConfigurationSummary::settingsPieces(const PackageConfiguration &config)
+QStringList ConfigurationSummary::settingsPieces(const PackageConfiguration &config, int highestLineRate)
 {
     QStringList out;
     out << QStringLiteral(" ");
     out << QStringLiteral("Communications Channel = ") + config.ComPort;
-    if (config.ComPort.contains(QStringLiteral("COM"), Qt::CaseInsensitive))
+    if (config.ComPort.contains(QStringLiteral("COM"), Qt::CaseInsensitive)) {
         out << QStringLiteral("At BAUD rate = ") + config.BaudText;
+        if (highestLineRate > config.BaudRate) // once the transfer program runs
+            out << QStringLiteral("Faster BAUD rate tried = up to ") + QString::number(highestLineRate);
+    }
     out << QStringLiteral("Instrument Processor = ") + config.ProcessorName;
     out << QStringLiteral("Instrument Architecture = ") + config.ArchitectureName + QStringLiteral(" (")
                + hex(config.ArchitectureIndex) + QStringLiteral(")");

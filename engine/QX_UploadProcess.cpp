@@ -69,7 +69,7 @@ void QX_UploadProcess::DisplayConfiguration()
     if (WizardRunning)
         m_display->clearSummary();
     const bool withSettings = WizardRunning && m_display->advancedDisplay();
-    for (const QString &piece : ConfigurationSummary::pieces(*this, withSettings, holder()))
+    for (const QString &piece : ConfigurationSummary::pieces(*this, withSettings, m_highestLineRate, holder()))
         AppendSummary(piece);
 }
 

@@ -69,6 +69,9 @@ public:
     void setTransferOnly(bool transferOnly) { m_transferOnly = transferOnly; }
     bool transferOnly() const { return m_transferOnly; }
     void setClock(EngineClock clock) { m_clock = std::move(clock); }
+    // The fastest line rate the user allows a serial line, for the advanced summary: the
+    // application layer tries it once the transfer program runs.
+    void setHighestLineRate(int baud) { m_highestLineRate = baud; }
 
     // --- Output helpers used by every engine operation ----------------------------------
     void AddLogLine(const QString &text);
@@ -178,6 +181,7 @@ private:
     std::vector<QString> m_tempCopies;  // configuration copies to remove at the end
     QHash<QString, QByteArray> m_writeBackImages; // by read-back file, for the current run
     bool m_transferOnly = false;
+    int m_highestLineRate = 0;
     QString m_openFailureReason;
     EngineClock m_clock = EngineClock::system();
     std::unique_ptr<ApplicationLayer> AppLayer;

@@ -33,7 +33,8 @@ std::optional<uint8_t> requestType(const QString &name)
         {QStringLiteral("voltage-off"), Protocol::VoltageOff}, {QStringLiteral("erase"), Protocol::Erase},
         {QStringLiteral("restart"), Protocol::Restart},     {QStringLiteral("program"), Protocol::Program},
         {QStringLiteral("read"), Protocol::Read},           {QStringLiteral("checksum"), Protocol::Checksum},
-        {QStringLiteral("hello"), Protocol::Hello}};
+        {QStringLiteral("hello"), Protocol::Hello},         {QStringLiteral("abilities"), Protocol::Abilities},
+        {QStringLiteral("switch-rate"), Protocol::SwitchRate}};
     const auto it = types.find(name);
     return it == types.end() ? std::nullopt : std::optional<uint8_t>(it.value());
 }
@@ -47,7 +48,9 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     const QCommandLineOption flash(QStringLiteral("flash"), QStringLiteral("A flash chip at an address, e.g. AM29F040@0x0."), QStringLiteral("CHIP@ADDRESS"));
     const QCommandLineOption load(QStringLiteral("load"), QStringLiteral("Start with a file's bytes at an address."), QStringLiteral("FILE@ADDRESS"));
     const QCommandLineOption dump(QStringLiteral("dump"), QStringLiteral("Write each chip to FOLDER/CHIP@ADDRESS.bin at exit and on SIGUSR1."), QStringLiteral("FOLDER"));
-    const QCommandLineOption baud(QStringLiteral("baud"), QStringLiteral("Line rate for pacing (default 115200)."), QStringLiteral("BAUD"));
+    const QCommandLineOption baud(QStringLiteral("baud"), QStringLiteral("The line's rate at power-on, the package's (default 115200)."), QStringLiteral("BAUD"));
+    const QCommandLineOption maxBaud(QStringLiteral("max-baud"), QStringLiteral("The fastest rate the UART takes once the transfer program switches (default 921600)."),
+                                     QStringLiteral("BAUD"));
     const QCommandLineOption noPacing(QStringLiteral("no-pacing"), QStringLiteral("Answer as fast as possible."));
     const QCommandLineOption timeScale(QStringLiteral("time-scale"), QStringLiteral("Factor on erase and program times (0: instant)."), QStringLiteral("FACTOR"));
     const QCommandLineOption tcp(QStringLiteral("tcp"), QStringLiteral("Also listen on this local TCP port."), QStringLiteral("PORT"));
@@ -60,7 +63,8 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     const QCommandLineOption stall(QStringLiteral("stall"), QStringLiteral("Stop answering for MS after FRAMES frames."), QStringLiteral("FRAMES:MS"));
     const QCommandLineOption stallAt(QStringLiteral("stall-at"),
                                      QStringLiteral("Stop answering for MS from the first REQUEST on (load, start, identify, "
-                                                    "voltage-on, voltage-off, erase, restart, program, read, checksum, hello)."),
+                                                    "voltage-on, voltage-off, erase, restart, program (plain or packed), read, checksum, hello, "
+                                                    "abilities, switch-rate)."),
                                      QStringLiteral("REQUEST:MS"));
     const QCommandLineOption refuseVoltage(QStringLiteral("refuse-voltage"), QStringLiteral("Never switch the programming voltage on."));
     const QCommandLineOption failErase(QStringLiteral("fail-erase"), QStringLiteral("Fail an erase that covers this address."), QStringLiteral("ADDRESS"));
@@ -68,8 +72,15 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     const QCommandLineOption wrongChecksum(QStringLiteral("wrong-checksum"), QStringLiteral("Answer every checksum request wrongly."));
     const QCommandLineOption unknown(QStringLiteral("unknown"), QStringLiteral("A transfer program that does not know REQUEST (as --stall-at names it)."),
                                      QStringLiteral("REQUEST"));
-    parser.addOptions({flash, load, dump, baud, noPacing, timeScale, tcp, gpib, gpibRate, seed, corrupt, drop, disconnect, stall, stallAt, refuseVoltage,
-                       failErase, failProgram, wrongChecksum, unknown});
+    const QCommandLineOption refuseBaud(QStringLiteral("refuse-baud"), QStringLiteral("Decline every faster line rate."));
+    const QCommandLineOption loseSwitch(QStringLiteral("lose-switch"),
+                                        QStringLiteral("Switch the line's rate, then hear nothing until it falls back."));
+    const QCommandLineOption basic(QStringLiteral("basic-transfer-program"),
+                                   QStringLiteral("A transfer program that names no abilities: no rate switch, no packed blocks."));
+    const QCommandLineOption noPacked(QStringLiteral("no-packed-blocks"),
+                                      QStringLiteral("A transfer program that switches rates but takes no packed blocks."));
+    parser.addOptions({flash, load, dump, baud, maxBaud, noPacing, timeScale, tcp, gpib, gpibRate, seed, corrupt, drop, disconnect, stall,
+                       stallAt, refuseVoltage, failErase, failProgram, wrongChecksum, unknown, refuseBaud, loseSwitch, basic, noPacked});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -93,6 +104,8 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     options.dumpFolder = parser.value(dump);
     if (parser.isSet(baud))
         options.baud = parser.value(baud).toInt();
+    if (parser.isSet(maxBaud))
+        options.maxBaud = parser.value(maxBaud).toInt();
     options.pacing = !parser.isSet(noPacing);
     if (parser.isSet(timeScale)) {
         bool ok = false;
@@ -149,9 +162,15 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
         options.failProgramAt = address;
     }
     options.wrongChecksum = parser.isSet(wrongChecksum);
+    options.refuseBaud = parser.isSet(refuseBaud);
+    options.loseSwitch = parser.isSet(loseSwitch);
+    options.basicTransferProgram = parser.isSet(basic);
+    options.packedBlocks = !parser.isSet(noPacked);
     if (parser.isSet(unknown) && !(options.unknownType = requestType(parser.value(unknown))))
         return bad(QStringLiteral("--unknown (a request as --stall-at names it)"));
     if (options.baud <= 0 || options.gpibRate <= 0 || options.flash.isEmpty())
         return bad(QStringLiteral("arguments: at least one --flash chip and a positive --baud are needed"));
+    if (options.maxBaud < options.baud)
+        return bad(QStringLiteral("--max-baud (at least the --baud the line starts at)"));
     return true;
 }

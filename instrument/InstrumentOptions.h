@@ -11,7 +11,8 @@ struct InstrumentOptions {
     QList<QPair<QString, uint32_t>> flash; // chip name, base address
     QList<QPair<QString, uint32_t>> loads; // file, address: contents at start
     QString dumpFolder;                    // where the flash goes at exit and on SIGUSR1
-    int baud = 115200;
+    int baud = 115200;                     // the package's rate: the line's at power-on
+    int maxBaud = 921600;                  // the fastest rate its UART takes once switched
     bool pacing = true;                    // paced at the line rate (11 bits per byte)
     double timeScale = 1.0;                // flash erase and program times
     uint16_t tcpPort = 0;                  // also listen on this local TCP port
@@ -30,6 +31,10 @@ struct InstrumentOptions {
     std::optional<uint32_t> failProgramAt;
     bool wrongChecksum = false;
     std::optional<uint8_t> unknownType;    // a request the transfer program does not know
+    bool refuseBaud = false;               // declines every SwitchRate
+    bool loseSwitch = false;               // switches, but hears nothing at the new rate
+    bool basicTransferProgram = false;     // a transfer program from before Abilities
+    bool packedBlocks = true;              // it takes ProgramPacked (and names it)
 
     // Parses the arguments; false with a reason in *error.
     static bool parse(const QStringList &arguments, InstrumentOptions &options, QString *error);

@@ -2,6 +2,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <algorithm>
+#include <cmath>
 #include <zlib.h>
 
 using namespace Protocol;
@@ -18,8 +20,44 @@ constexpr Layout Layouts[] = {
     {LoadBlock, 6, 5 + LoadBlockBytes, 2}, {Start, 12, 12, 4},     {Identify, 6, 6, 10},
     {VoltageOn, 0, 0, 2},                  {VoltageOff, 0, 0, 2},  {Erase, 10, 10, 6},
     {Restart, 0, 0, 2},                    {Program, 7, 6 + LargestBlock, 6}, {Read, 9, 9, 2},
-    {Checksum, 9, 9, 6},                   {Hello, 0, 0, 10},
+    {Checksum, 9, 9, 6},                   {Hello, 0, 0, 10},     {Abilities, 0, 0, 14},
+    {SwitchRate, 4, 4, 2},                 {ProgramPacked, 9, 8 + LargestBlock, 6},
 };
+// The time the instrument's processor takes to inflate a packed block, per byte it yields: a
+// 32-bit microcontroller inflates some 4 MB a second, far less than a byte's program time.
+constexpr double InflateUsPerByte = 0.25;
+// What the transfer program keeps, as it comes from the wire, of the requests that arrive
+// while it works on one: 32 KiB of its 128 KiB of RAM, room for the seven plain 4000-byte
+// blocks that may wait behind the one it programs, or for three of the largest frames stuffed
+// at worst.
+constexpr uint32_t ReceiveBufferBytes = 32 * 1024;
+// The request types that came with the abilities: a transfer program from before knows none.
+constexpr uint8_t AbilityRequests[] = {Abilities, SwitchRate, ProgramPacked};
+
+// What a request is as a fault option names it: a packed block is a program block.
+uint8_t kindOf(uint8_t type)
+{
+    return type == ProgramPacked ? uint8_t(Program) : type;
+}
+
+// The block a ProgramPacked request's data inflates to: exactly length bytes, from a raw
+// deflate stream that refers to nothing before it; nullopt when it does not.
+std::optional<QByteArray> inflated(const QByteArray &data, uint16_t length)
+{
+    z_stream stream{};
+    if (inflateInit2(&stream, -15) != Z_OK)
+        return std::nullopt;
+    QByteArray out(qsizetype(length) + 1, '\0'); // one more, to see data that yields too much
+    stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(data.constData()));
+    stream.avail_in = uInt(data.size());
+    stream.next_out = reinterpret_cast<Bytef *>(out.data());
+    stream.avail_out = uInt(out.size());
+    const int result = inflate(&stream, Z_SYNC_FLUSH);
+    const qsizetype produced = out.size() - qsizetype(stream.avail_out);
+    const bool whole = (result == Z_OK || result == Z_STREAM_END) && stream.avail_in == 0 && produced == length;
+    inflateEnd(&stream);
+    return whole ? std::optional<QByteArray>(out.left(length)) : std::nullopt;
+}
 
 const Layout &layoutOf(uint8_t type)
 {
@@ -53,14 +91,19 @@ QByteArray unknown()
 } // namespace
 
 SimulatedInstrument::SimulatedInstrument(const InstrumentOptions &options, QObject *parent)
-    : QObject(parent), m_options(options), m_random(options.seed)
+    : QObject(parent), m_options(options), m_rate(options.baud, options.maxBaud), m_random(options.seed)
 {
+    connect(&m_rate, &UartRate::changed, this, [this](int baud) {
+        m_deaf = m_deaf && baud != m_options.baud; // heard again once back at the package's rate
+        emit lineRateChanged(baud);
+    });
     for (const auto &[name, base] : options.flash)
         m_flash.add(FlashChip(*FlashChip::part(name), base));
     m_busy.setInterval(BusyIntervalMs);
     connect(&m_busy, &QTimer::timeout, this, [this] { emitFrame(Frame{m_working->sequence, Busy, {}}); });
     m_stallEnd.setSingleShot(true);
     connect(&m_stallEnd, &QTimer::timeout, this, [this] { m_stalled = false; });
+    m_clock.start();
 }
 
 void SimulatedInstrument::receive(const QByteArray &received)
@@ -71,11 +114,30 @@ void SimulatedInstrument::receive(const QByteArray &received)
         emit vanished();
         return;
     }
-    for (const Frame &frame : m_decoder.feed(bytes))
+    if (m_deaf)
+        return; // the switch was lost: whatever comes at the new rate never arrives
+    // Up to one END at a time: each damaged frame is told of before what follows it is taken.
+    for (qsizetype from = 0; from < bytes.size();) {
+        const qsizetype end = bytes.indexOf(char(Frame::End), from);
+        const qsizetype to = end < 0 ? bytes.size() : end + 1;
+        takeFrame(bytes.sliced(from, to - from));
+        from = to;
+    }
+}
+
+void SimulatedInstrument::takeFrame(const QByteArray &bytes)
+{
+    const int damagedBefore = m_decoder.corruptFrames();
+    const QList<Frame> frames = m_decoder.feed(bytes);
+    m_rate.heard(!frames.isEmpty());
+    for (const Frame &frame : frames) {
+        m_lastIntact = frame.sequence;
+        m_damagedSinceIntact = 0;
         handle(frame);
-    if (m_decoder.corruptFrames() > m_corruptSeen) {
-        m_corruptSeen = m_decoder.corruptFrames();
-        emitFrame(Frame{0, Nak, {}});
+    }
+    if (m_decoder.corruptFrames() > damagedBefore) {
+        m_damagedSinceIntact = std::min(m_damagedSinceIntact + 1, int(UINT8_MAX));
+        emitFrame(Frame{0, Nak, Writer().u8(m_lastIntact).u8(uint8_t(m_damagedSinceIntact)).done()});
     }
 }
 
@@ -83,7 +145,7 @@ void SimulatedInstrument::handle(const Frame &request)
 {
     if (m_stalled)
         return;
-    const bool firstOfStalledType = m_options.stallAtType == request.type && !m_stalledAtType;
+    const bool firstOfStalledType = m_options.stallAtType == kindOf(request.type) && !m_stalledAtType;
     m_stalledAtType = m_stalledAtType || firstOfStalledType;
     if (++m_framesSeen == m_options.stallAfterFrames || firstOfStalledType) {
         m_stalled = true;
@@ -99,31 +161,37 @@ void SimulatedInstrument::handle(const Frame &request)
     if (request.type == Hello)
         m_kept.forget(); // a new channel: what was kept belongs to another count
     m_kept.note(request.sequence);
-    m_queue.push_back(request);
+    m_queue.push_back({request, double(m_clock.nsecsElapsed()) / 1e6});
     workThroughQueue();
 }
 
 bool SimulatedInstrument::isUnderWay(const Frame &request) const
 {
-    return m_working == request || std::find(m_queue.begin(), m_queue.end(), request) != m_queue.end();
+    return m_working == request
+           || std::any_of(m_queue.begin(), m_queue.end(), [&](const Waiting &waiting) { return waiting.request == request; });
 }
 
 void SimulatedInstrument::workThroughQueue()
 {
     while (!m_working && !m_queue.empty()) {
-        const Frame request = m_queue.front();
+        const Waiting next = m_queue.front();
         m_queue.pop_front();
         double workMs = 0;
-        const QByteArray answer = execute(request, workMs);
+        const QByteArray answer = execute(next.request, workMs);
         const double scaled = workMs * m_options.timeScale;
         if (scaled < 1) {
-            reply(request, answer);
+            reply(next.request, answer);
             continue;
         }
-        m_working = request;
+        // A request that waited starts when the work before it ended, not when the timer got
+        // round to saying so: at fast rates the flash's time is what the line waits for, and
+        // the simulator's lateness must not add to it.
+        m_workEndsMs = std::max(next.arrivedMs, m_workEndsMs) + scaled;
+        const double leftMs = m_workEndsMs - double(m_clock.nsecsElapsed()) / 1e6;
+        m_working = next.request;
         m_workingReply = answer;
         m_busy.start();
-        QTimer::singleShot(int(scaled), this, [this] {
+        QTimer::singleShot(int(std::ceil(std::max(leftMs, 0.0))), Qt::PreciseTimer, this, [this] {
             m_busy.stop();
             const Frame done = *m_working;
             m_working.reset();
@@ -138,6 +206,18 @@ void SimulatedInstrument::reply(const Frame &request, const QByteArray &payload)
     if (request.type != Hello) // carrying a Hello out again changes nothing
         m_kept.keep(request, payload);
     emitFrame(Frame{request.sequence, Reply, payload});
+    afterAnswer(request, payload);
+}
+
+void SimulatedInstrument::afterAnswer(const Frame &request, const QByteArray &answer)
+{
+    const uint16_t status = Reader(answer).u16();
+    if (request.type == Restart && status == Status::Done) {
+        m_rate.restarted();
+    } else if (request.type == SwitchRate && status == Status::Ok) {
+        m_rate.switchTo(int(Reader(request.payload).u32()));
+        m_deaf = m_options.loseSwitch && m_rate.rate() != m_options.baud;
+    }
 }
 
 QByteArray SimulatedInstrument::damaged(const QByteArray &bytes)
@@ -220,8 +300,7 @@ QByteArray SimulatedInstrument::start(Reader &in)
 
 QByteArray SimulatedInstrument::transferProgram(const Frame &request, double &workMs)
 {
-    const bool known = request.type >= Identify && request.type <= Hello && request.type != m_options.unknownType;
-    if (!known)
+    if (!knows(request.type))
         return unknown();
     if (!fits(request))
         return malformed(request.type);
@@ -238,11 +317,38 @@ QByteArray SimulatedInstrument::transferProgram(const Frame &request, double &wo
     case Erase: return erase(in, workMs);
     case Restart: return restart();
     case Program: return program(in, workMs);
+    case ProgramPacked: return programPacked(in, workMs);
+    case Abilities: return abilities();
+    case SwitchRate: return switchRate(in);
     case Read: return read(in);
     case Checksum: return checksum(in);
     default: // Hello
         return Writer().u16(Status::Ok).u32(m_programCrc).u32(m_programLength).done();
     }
+}
+
+bool SimulatedInstrument::knows(uint8_t type) const
+{
+    const bool ability = std::find(std::begin(AbilityRequests), std::end(AbilityRequests), type) != std::end(AbilityRequests);
+    return type >= Identify && type <= ProgramPacked && kindOf(type) != m_options.unknownType
+           && !(ability && m_options.basicTransferProgram) && !(type == ProgramPacked && !m_options.packedBlocks);
+}
+
+QByteArray SimulatedInstrument::abilities() const
+{
+    return Writer()
+        .u16(Status::Ok)
+        .u32(uint32_t(m_rate.highestRate()))
+        .u32(Ability::SwitchRate | (m_options.packedBlocks ? Ability::PackedBlocks : 0))
+        .u32(ReceiveBufferBytes)
+        .done();
+}
+
+// The answer leaves at the old rate; the switch follows it (afterAnswer).
+QByteArray SimulatedInstrument::switchRate(Reader &in)
+{
+    const auto rate = int(std::min<uint32_t>(in.u32(), INT32_MAX));
+    return Writer().u16(m_rate.takes(rate) && !m_options.refuseBaud ? Status::Ok : Status::RateNotTaken).done();
 }
 
 QByteArray SimulatedInstrument::identify(Reader &in) const
@@ -275,7 +381,27 @@ QByteArray SimulatedInstrument::program(Reader &in, double &workMs)
     const uint32_t address = in.u32();
     in.u8();
     const uint8_t index = in.u8();
-    const QByteArray data = in.rest();
+    return program(address, index, in.rest(), workMs);
+}
+
+QByteArray SimulatedInstrument::programPacked(Reader &in, double &workMs)
+{
+    const uint32_t address = in.u32();
+    in.u8();
+    const uint8_t index = in.u8();
+    const uint16_t length = in.u16();
+    const std::optional<QByteArray> data = inflated(in.rest(), length);
+    if (!data) { // refused as a block that cannot be programmed: nothing of it is written
+        m_refusedAt = m_refusedAt.value_or(address);
+        return Writer().u16(Status::ProgramFailed).u32(*m_refusedAt).done();
+    }
+    const QByteArray answer = program(address, index, *data, workMs);
+    workMs += data->size() * InflateUsPerByte / 1000.0;
+    return answer;
+}
+
+QByteArray SimulatedInstrument::program(uint32_t address, uint8_t index, const QByteArray &data, double &workMs)
+{
     if (!m_refusedAt) {
         if (m_options.failProgramAt && *m_options.failProgramAt >= address && *m_options.failProgramAt - address < uint32_t(data.size()))
             m_refusedAt = m_options.failProgramAt;

@@ -4,14 +4,18 @@
 // erases, programs, reads and sums the flash chips under programming voltage. It carries out
 // requests in the order they arrive (queueing those that arrive while it works, as a UART
 // buffer does), answers each once, keeps its recent answers for requests sent again, sends
-// busy frames while it works, and misbehaves as its options ask.
+// busy frames while it works, and misbehaves as its options ask. Its transfer program says what
+// it can do beyond the requests every one knows (Abilities), switches the line's rate (UartRate)
+// and inflates packed program blocks, with its processor's own time per byte.
 #include "instrument/FlashBank.h"
 #include "instrument/InstrumentOptions.h"
 #include "instrument/KeptAnswers.h"
+#include "instrument/UartRate.h"
 #include "link/Frame.h"
 #include "link/FrameDecoder.h"
 #include "link/Protocol.h"
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QTimer>
 #include <deque>
@@ -40,11 +44,16 @@ signals:
     void send(const QByteArray &bytes);
     // The fault "port vanishes" struck.
     void vanished();
+    // The line's rate for what is sent from now on and what is heard once that has left.
+    void lineRateChanged(int baud);
 
 private:
     enum class Stage { BootRom, TransferProgram };
     using Reader = Protocol::Reader;
 
+    // Bytes up to and with one END: a frame to handle, or a damaged one to send a Nak for that
+    // names the last request that arrived intact and the damaged frames since.
+    void takeFrame(const QByteArray &bytes);
     void handle(const Frame &request);
     // Whether the request is being worked on or waits its turn.
     bool isUnderWay(const Frame &request) const;
@@ -57,10 +66,19 @@ private:
     QByteArray transferProgram(const Frame &request, double &workMs);
     QByteArray identify(Reader &in) const;
     QByteArray erase(Reader &in, double &workMs);
+    QByteArray abilities() const;
+    QByteArray switchRate(Reader &in);
     QByteArray program(Reader &in, double &workMs);
+    QByteArray programPacked(Reader &in, double &workMs);
+    // Programs data at address, or refuses it (and the rest of the image).
+    QByteArray program(uint32_t address, uint8_t index, const QByteArray &data, double &workMs);
+    // Whether the running transfer program knows the request type.
+    bool knows(uint8_t type) const;
     QByteArray read(Reader &in) const;
     QByteArray checksum(Reader &in) const;
     QByteArray restart();
+    // The request after the answer to it has gone: a switch of the line's rate.
+    void afterAnswer(const Frame &request, const QByteArray &answer);
     // Leaves the program running and the flash as they are: the next image starts afresh.
     void startImage() { m_refusedAt.reset(); }
     void reply(const Frame &request, const QByteArray &payload);
@@ -77,17 +95,28 @@ private:
     bool m_voltage = false;
     std::optional<uint32_t> m_refusedAt; // where the image being programmed was first refused
     FrameDecoder m_decoder;
-    int m_corruptSeen = 0;
+    UartRate m_rate;
+    bool m_deaf = false; // --lose-switch: nothing is heard at the switched rate
+    uint8_t m_lastIntact = 0; // the number of the last request that arrived intact; 0: none since power-on
+    int m_damagedSinceIntact = 0;
     int m_framesSeen = 0;
     int64_t m_bytesReceived = 0;
     QTimer m_stallEnd;
     bool m_stalled = false;
     bool m_stalledAtType = false; // the stall at a request type happens once
+    struct Waiting {
+        Frame request;
+        double arrivedMs;
+    };
     // Requests waiting while another is worked on.
-    std::deque<Frame> m_queue;
+    std::deque<Waiting> m_queue;
     // The request being worked on.
     std::optional<Frame> m_working;
     QByteArray m_workingReply;
+    // The work's own clock: work ends when its time is up, however late the timer that
+    // reports it, and the next request starts then.
+    QElapsedTimer m_clock;
+    double m_workEndsMs = 0;
     QTimer m_busy;
     KeptAnswers m_kept;
     std::mt19937 m_random;

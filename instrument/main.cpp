@@ -41,9 +41,11 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "varnolt-instrument: %s\n", qPrintable(error));
         return 2;
     }
-    // Paced at the serial line's rate, or at the GPIB controller's (a byte is 11 "bits").
-    const int pacing = !options.pacing ? 0 : options.gpibAddress ? options.gpibRate * 11 : options.baud;
-    PtyPort pty(pacing);
+    // A serial line at the instrument's rate, or the GPIB controller's link at its own (a byte
+    // is 11 "bits").
+    PtyPort pty(options.gpibAddress ? PtyPort::Line::GpibController : PtyPort::Line::Serial,
+                options.gpibAddress ? options.gpibRate * 11 : options.baud, options.pacing);
+    QObject::connect(&instrument, &SimulatedInstrument::lineRateChanged, &pty, &PtyPort::setLineRate);
     if (!pty.open(&error)) {
         std::fprintf(stderr, "varnolt-instrument: %s\n", qPrintable(error));
         return 1;

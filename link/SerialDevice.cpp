@@ -38,6 +38,14 @@ std::optional<speed_t> speedFor(int baud)
     return std::nullopt;
 }
 
+int baudOf(speed_t speed)
+{
+    for (const Rate &rate : Rates)
+        if (rate.speed == speed)
+            return rate.baud;
+    return 0;
+}
+
 QString systemError(int number)
 {
     return QString::fromLocal8Bit(std::strerror(number));
@@ -126,6 +134,41 @@ int open(const QString &device, int baud, QString *error)
     ::ioctl(descriptor, TIOCEXCL);
     ::tcflush(descriptor, TCIOFLUSH); // nothing from before the update
     return descriptor;
+}
+
+QString setRate(int descriptor, int baud)
+{
+    const std::optional<speed_t> speed = speedFor(baud);
+    termios settings{};
+    if (!speed || ::tcgetattr(descriptor, &settings) != 0)
+        return QStringLiteral("%1 baud is not a rate a serial port offers").arg(baud);
+    const termios before = settings;
+    ::cfsetispeed(&settings, *speed);
+    ::cfsetospeed(&settings, *speed);
+    if (::tcsetattr(descriptor, TCSADRAIN, &settings) != 0)
+        return QStringLiteral("the port does not take %1 baud (%2)").arg(baud).arg(systemError(errno));
+    // tcsetattr succeeds when any of the settings took: read back what the driver kept.
+    termios kept{};
+    if (::tcgetattr(descriptor, &kept) != 0 || ::cfgetospeed(&kept) != *speed) {
+        ::tcsetattr(descriptor, TCSANOW, &before);
+        return QStringLiteral("the port's driver refuses %1 baud").arg(baud);
+    }
+    return QString();
+}
+
+bool takesRate(int descriptor, int baud)
+{
+    termios before{};
+    if (::tcgetattr(descriptor, &before) != 0 || !setRate(descriptor, baud).isEmpty())
+        return false;
+    ::tcsetattr(descriptor, TCSANOW, &before);
+    return true;
+}
+
+int rateOf(int descriptor)
+{
+    termios settings{};
+    return ::tcgetattr(descriptor, &settings) == 0 ? baudOf(::cfgetospeed(&settings)) : 0;
 }
 
 void close(int descriptor)

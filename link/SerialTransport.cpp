@@ -134,6 +134,19 @@ void SerialTransport::close()
     m_descriptor = -1;
 }
 
+bool SerialTransport::takesRate(int baud)
+{
+    return m_descriptor >= 0 && m_unwritten.isEmpty() && SerialDevice::takesRate(m_descriptor, baud);
+}
+
+bool SerialTransport::setLineRate(int baud)
+{
+    if (m_descriptor < 0 || !m_unwritten.isEmpty() || !SerialDevice::setRate(m_descriptor, baud).isEmpty())
+        return false;
+    m_baud = baud;
+    return true;
+}
+
 double SerialTransport::wireTimeMs(int count) const
 {
     return 1000.0 * count * BitsPerByte / m_baud;

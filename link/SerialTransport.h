@@ -3,7 +3,8 @@
 // the given rate (SerialDevice). The transport owns the tty's descriptor: it writes what the
 // driver takes at once and the rest as the driver makes room, and watches the line with
 // notifiers of its own, so that it can stop watching while the link needs nothing from it
-// (pauseReading). A hang-up or an I/O error means the port went away.
+// (pauseReading). Its rate can be changed on the open port (setLineRate). A hang-up or an
+// I/O error means the port went away.
 #include "link/Transport.h"
 
 #include <QSocketNotifier>
@@ -20,6 +21,9 @@ public:
     void close() override;
     double wireTimeMs(int count) const override;
     void pauseReading(double ms) override;
+    int lineRate() const override { return m_baud; }
+    bool takesRate(int baud) override;
+    bool setLineRate(int baud) override;
 
     // A start bit, 8 data bits, the parity bit and a stop bit.
     static constexpr int BitsPerByte = 11;

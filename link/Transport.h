@@ -30,6 +30,15 @@ public:
     // watching it that long and then hand over all that came in one piece, instead of waking
     // the program for every piece the line delivers. 0 watches again at once.
     virtual void pauseReading(double) {}
+    // The line's rate in baud; 0 where the rate is not this program's to set (a GPIB controller
+    // keeps its own).
+    virtual int lineRate() const { return 0; }
+    // Whether the port takes baud: tried on the open port and put back at once. Only while
+    // nothing is on the way.
+    virtual bool takesRate(int) { return false; }
+    // Moves the line to baud once what was written has left; false, with the rate as it was,
+    // when the port refuses it. Only while nothing is on the way.
+    virtual bool setLineRate(int) { return false; }
     // What to check when the instrument stopped answering, after attempts sends.
     virtual QString silenceReason(int attempts) const;
 

@@ -1,6 +1,7 @@
 #include "trovex/Trovex.h"
 
 #include "engine/AnswerCodes.h"
+#include "link/LineRateSwitch.h"
 #include "link/LinkTimeouts.h"
 #include "link/Protocol.h"
 #include "link/TransferProgramLoader.h"
@@ -21,8 +22,8 @@ static_assert(Protocol::Status::VoltageIsOff == uint16_t(AnswerStatus::VoltageIs
 static_assert(Protocol::Status::ReadFailed == uint16_t(AnswerStatus::ReadFailed));
 static_assert(Protocol::Status::EraseFailed == uint16_t(AnswerStatus::EraseFailed));
 
-Trovex::Trovex(EngineWait wait, PortMap ports, QObject *parent)
-    : ApplicationLayer(parent), m_wait(std::move(wait)), m_ports(std::move(ports))
+Trovex::Trovex(EngineWait wait, PortMap ports, int highestRate, QObject *parent)
+    : ApplicationLayer(parent), m_wait(std::move(wait)), m_ports(std::move(ports)), m_highestRate(highestRate)
 {
 }
 
@@ -134,11 +135,39 @@ void Trovex::UploadTransferProgram(const uint8_t *data, int32_t length, int32_t 
         return;
     }
     result = static_cast<int32_t>(*started);
-    if (result != 0)
+    if (result != 0) {
         setError(TrovexError::TransferFailed,
                  QStringLiteral("the boot ROM did not start the transfer program (result %1); check that the package "
                                 "is meant for this instrument")
                      .arg(result));
+        return;
+    }
+    setUpLine(result);
+}
+
+void Trovex::setUpLine(int32_t &result)
+{
+    LineRateSwitch line(*m_link, *m_transport, m_highestRate);
+    bool settled = false;
+    std::optional<QString> failure;
+    connect(&line, &LineRateSwitch::finished, &line,
+            [&](const InstrumentAbilities &abilities, int rate, const QString &note) {
+                settled = true;
+                m_pipeline->packBlocks(abilities.packedBlocks);
+                m_link->setReceiveBuffer(abilities.receiveBuffer);
+                emit lineSettled(rate, abilities.packedBlocks, note);
+            });
+    connect(&line, &LineRateSwitch::failed, &line, [&](const QString &reason) { failure = reason; });
+    line.start();
+    if (!m_wait([&] { return settled || failure; })) {
+        result = TransferResult::Cancelled;
+        setError(TrovexError::Cancelled, QStringLiteral("the update was cancelled while the line was set up"));
+        return; // the switch goes, and with it the rest of the set-up
+    }
+    if (failure) {
+        result = TransferResult::LinkFailed;
+        setError(TrovexError::TransferFailed, *failure);
+    }
 }
 
 void Trovex::submit(RequestPipeline::Request request)

@@ -5,12 +5,16 @@
 // program into the boot ROM block by block and starts it (TransferProgramLoader). Both wait
 // for the line through the engine's wait only, so a Cancel ends them at once: OpenChannel
 // then leaves TrovexError::Cancelled, UploadTransferProgram returns TransferResult::Cancelled,
-// and the channel closes as after any failure. Every other request goes to the transfer
+// and the channel closes as after any failure. Once the transfer program runs,
+// UploadTransferProgram also asks it what it can do and moves a serial line to the fastest
+// rate both ends and the user allow (LineRateSwitch); Program requests then go compressed when
+// the program takes them. The engine sees none of it. Every other request goes to the transfer
 // program through the request pipeline, which keeps the line busy within the ranges the
 // engine announces, and is answered by one event. An answer whose status the request does
 // not document is an error event that names the status. Closing a channel on which the
 // programming voltage may still be on switches it off first.
 #include "engine/ApplicationLayer.h"
+#include "link/LineRateLimit.h"
 #include "link/Link.h"
 #include "link/PortMap.h"
 #include "link/Protocol.h"
@@ -24,8 +28,10 @@ class Transport;
 class Trovex : public ApplicationLayer {
     Q_OBJECT
 public:
-    // wait: the engine's wait, through which the synchronous operations wait for the line.
-    explicit Trovex(EngineWait wait, PortMap ports = PortMap::fromEnvironment(), QObject *parent = nullptr);
+    // wait: the engine's wait, through which the synchronous operations wait for the line;
+    // highestRate: the fastest line rate the user allows.
+    explicit Trovex(EngineWait wait, PortMap ports = PortMap::fromEnvironment(),
+                    int highestRate = LineRateLimit::fromEnvironment(), QObject *parent = nullptr);
     ~Trovex() override;
 
     void UploadTransferProgram(const uint8_t *data, int32_t length, int32_t loadAddress, int32_t startAddress,
@@ -56,12 +62,24 @@ public:
 
     // Requests sent again after a lost or damaged answer, over the channel's life.
     int retransmissions() const { return m_link ? m_link->retransmissions() : 0; }
-    // Payload bytes moved in both directions over the channel's life.
-    int64_t payloadBytes() const { return m_link ? m_link->payloadBytes() : 0; }
+    // Payload bytes moved in both directions over the channel's life, program blocks counted
+    // as the engine sent them (packed ones as they were before packing).
+    int64_t payloadBytes() const
+    {
+        return (m_link ? m_link->payloadBytes() : 0) + (m_pipeline ? m_pipeline->bytesPackedAway() : 0);
+    }
+
+signals:
+    // Once the transfer program runs: the line's rate from now on (0 on GPIB), whether Program
+    // requests go compressed, and why the rate is not faster ("" when there is nothing to say).
+    void lineSettled(int rate, bool packedBlocks, const QString &note);
 
 private:
     using Kind = RequestPipeline::Kind;
 
+    // Asks the running transfer program what it can do and sets the line up for it; result
+    // and error as UploadTransferProgram's.
+    void setUpLine(int32_t &result);
     void submit(RequestPipeline::Request request);
     void onAnswered(Kind kind, const QByteArray &payload);
     // Takes the answer's values into the getters; its response id.
@@ -82,6 +100,7 @@ private:
 
     EngineWait m_wait;
     PortMap m_ports;
+    int m_highestRate;
     std::unique_ptr<Transport> m_transport;
     std::unique_ptr<Link> m_link;
     std::unique_ptr<RequestPipeline> m_pipeline;

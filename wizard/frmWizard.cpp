@@ -1,6 +1,7 @@
 #include "wizard/frmWizard.h"
 
 #include "engine/QX_UploadProcess.h"
+#include "link/LineRateLimit.h"
 #include "resources/StringTable.h"
 #include "wizard/DesktopHelpViewer.h"
 #include "wizard/MessageBoxPrompt.h"
@@ -37,6 +38,7 @@ frmWizard::frmWizard(WizardServices services, QWidget *parent) : QWidget(parent)
         m_services.helpPath = QCoreApplication::applicationDirPath() + QLatin1Char('/') + HelpFileName;
 
     m_engine = std::make_unique<QX_UploadProcess>(m_services.appLayerFactory, *m_prompt);
+    m_engine->setHighestLineRate(m_services.highestLineRate.value_or(LineRateLimit::fromEnvironment()));
     buildSteps();
     m_packages = std::make_unique<PackageList>(*m_lstPackages, *m_lblPackageNotes, *m_prompt, m_services.chooseFile);
     connect(m_packages.get(), &PackageList::packageSelected, m_engine.get(), &QX_UploadProcess::setPackage);

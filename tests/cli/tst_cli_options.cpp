@@ -11,7 +11,7 @@ private slots:
         CliOptions options;
         QString error;
         QVERIFY(CliOptions::parse({"update", "-p", "com2", "pkg.KDPKG", "-l", "GERMAN", "--transfer-only",
-                                   "--keep-existing", "--log", "run.log", "--json", "--quiet"},
+                                   "--keep-existing", "--log", "run.log", "--json", "--quiet", "--max-baud", "460800"},
                                   options, &error));
         QCOMPARE(options.command, CliOptions::Command::Update);
         QCOMPARE(options.package, QStringLiteral("pkg.KDPKG"));
@@ -22,6 +22,7 @@ private slots:
         QCOMPARE(options.logFile, QStringLiteral("run.log"));
         QVERIFY(options.json);
         QVERIFY(options.quiet);
+        QCOMPARE(options.maxBaud, 460800);
     }
 
     void defaults()
@@ -31,7 +32,7 @@ private slots:
         QVERIFY(CliOptions::parse({"update", "pkg.KDPKG"}, options, &error));
         QCOMPARE(options.overwrite, CliOptions::Overwrite::Ask);
         QVERIFY(options.port.isEmpty() && options.language.isEmpty() && options.logFile.isEmpty());
-        QVERIFY(!options.transferOnly && !options.json && !options.quiet);
+        QVERIFY(!options.transferOnly && !options.json && !options.quiet && !options.maxBaud);
     }
 
     void otherCommands_data()
@@ -74,6 +75,8 @@ private slots:
         QTest::newRow("option instead of a value") << QStringList{"update", "p", "--log", "--json"} << "--log needs a value";
         QTest::newRow("both overwrite choices") << QStringList{"update", "p", "--overwrite", "--keep-existing"}
                                                 << "--overwrite and --keep-existing exclude each other";
+        QTest::newRow("a rate that is no number") << QStringList{"update", "p", "--max-baud", "fast"}
+                                                  << "--max-baud needs a rate in baud (0 keeps the package's rate), not fast";
         QTest::newRow("update options on info") << QStringList{"info", "p", "--port", "COM1"} << "unknown option --port";
     }
     void refusals()

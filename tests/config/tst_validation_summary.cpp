@@ -113,6 +113,7 @@ private slots:
                                            "ERASE=0X40000,0X40000\r\n[FILES]\r\nUPLOAD=0,0X10000,CAL.BIN\r\n"
                                            "PROGRAM=0X10000,MAIN.BIN\r\n")));
         l.f.display.advanced = true;
+        l.f.engine.setHighestLineRate(921600);
         l.f.engine.DisplayConfiguration();
         QCOMPARE(l.f.display.summary,
                  QStringLiteral("Please connect your instrument using a Serial Cable (null modem) to COM1"
@@ -120,6 +121,7 @@ private slots:
                                 " "
                                 "Communications Channel = COM1"
                                 "At BAUD rate = 115200"
+                                "Faster BAUD rate tried = up to 921600"
                                 "Instrument Processor = I80X86"
                                 "Instrument Architecture = B16 (2)"
                                 "Restart Instrument"
@@ -132,10 +134,11 @@ private slots:
                                 "Program=MAIN.BIN  10000~103E8:3E8"));
     }
 
-    void advancedGpibHasNoBaudPiece()
+    void advancedGpibHasNoRatePieces()
     {
         LoadedPackage l(ini());
         l.f.display.advanced = true;
+        l.f.engine.setHighestLineRate(921600); // a GPIB controller keeps its own rate
         l.f.engine.setComPort(QStringLiteral("GPIB0"));
         QVERIFY(l.f.display.summary.contains(QStringLiteral("Communications Channel = GPIB0Instrument Processor")));
         QVERIFY(!l.f.display.summary.contains(QStringLiteral("BAUD")));

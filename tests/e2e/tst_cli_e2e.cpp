@@ -211,10 +211,12 @@ private slots:
         }
         QVERIFY(logged.size() > 10);
         QVERIFY(logged.at(0).startsWith(QStringLiteral("varnolt-cli ")) && logged.at(0).endsWith(QStringLiteral(" update")));
-        QCOMPARE(logged.mid(1, 4), (QStringList{"Package: " + m_package, "Package SHA-256: " + sha256(m_package),
-                                                "Port: COM1 (" + instrument.device() + ")", "Language: ENGLISH"}));
+        QCOMPARE(logged.mid(1, 5), (QStringList{"Package: " + m_package, "Package SHA-256: " + sha256(m_package),
+                                                "Port: COM1 (" + instrument.device() + ")", "Language: ENGLISH",
+                                                "Line rate: 115200 baud, then up to 921600 where the instrument and the port take it"}));
         QCOMPARE(logged.filter(QStringLiteral("Close Communication Channel")).size(), 1);
-        QCOMPARE(logged.mid(logged.size() - 2), (QStringList{"Result: success, code 0: OK", "Exit status: 0"}));
+        QCOMPARE(logged.mid(logged.size() - 3), (QStringList{"Line used: 921600 baud, compressed program blocks",
+                                                             "Result: success, code 0: OK", "Exit status: 0"}));
 
         QCOMPARE(bytesOf(m_readBack), m_calibration);
         QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip());
@@ -270,7 +272,9 @@ private slots:
     // in, as the JSON of the run says it. DEVICE stands for the instrument's pseudo-terminal.
     void updates_data()
     {
-        QTest::addColumn<QStringList>("faults"); // the instrument's fault options
+        // the instrument's fault options, "paced" for the real line rate and flash times, and
+        // "line=RATE,compressed|plain" for the line the run must report it used
+        QTest::addColumn<QStringList>("faults");
         QTest::addColumn<QString>("reach");      // serial, gpib (USB controller), gpib-tcp, gpib7 (wrong address), missing
         QTest::addColumn<QStringList>("options"); // of the tool
         QTest::addColumn<QString>("message");    // in the failure's message ("" for success); never "OK"
@@ -281,17 +285,36 @@ private slots:
         QTest::addColumn<int>("outcome");
         const QStringList none;
         const QString notOpened = QStringLiteral("Communications Port failed to initialise");
-        QTest::newRow("serial") << none << "serial" << none << "" << "" << "Instrument Restarted" << 0;
-        QTest::newRow("at the line rate, with the flash's own times") << QStringList{"paced"} << "serial" << none << "" << ""
-                                                                       << "Instrument Restarted" << 0;
+        const QString fast = QStringLiteral("line=921600,compressed");
+        QTest::newRow("serial, switched and compressed") << QStringList{fast} << "serial" << none << "" << ""
+                                                         << "Instrument Restarted" << 0;
+        QTest::newRow("at the line rate, with the flash's own times") << QStringList{"paced", fast} << "serial" << none << ""
+                                                                       << "" << "Instrument Restarted" << 0;
+        QTest::newRow("the instrument declines a faster rate") << QStringList{"--refuse-baud", "line=115200,compressed"} << "serial"
+                                                               << none << "" << "" << "Instrument Restarted" << 0;
+        QTest::newRow("the switch is lost: both ends fall back") << QStringList{"--lose-switch", "line=115200,compressed"}
+                                                                 << "serial" << none << "" << "" << "Instrument Restarted" << 0;
+        QTest::newRow("no faster rate allowed") << QStringList{"line=115200,compressed"} << "serial"
+                                                << QStringList{"--max-baud", "0"} << "" << "" << "Instrument Restarted" << 0;
+        QTest::newRow("a transfer program without abilities")
+            << QStringList{"--basic-transfer-program", "line=115200,plain"} << "serial" << none << "" << ""
+            << "Instrument Restarted" << 0;
         QTest::newRow("transfer program only") << none << "serial" << QStringList{"--transfer-only"} << "" << ""
                                                << "Transfer Program Read (TP207.BIN)" << 1;
-        QTest::newRow("one byte in 1000 damaged") << QStringList{"--corrupt-rate", "0.001", "--seed", "7"} << "serial" << none << ""
-                                                  << "" << "" << 0;
-        QTest::newRow("one byte in 1000 damaged, another seed") << QStringList{"--corrupt-rate", "0.001", "--seed", "8"} << "serial"
-                                                                << none << "" << "" << "" << 0;
+        QTest::newRow("one byte in 1000 damaged") << QStringList{"--corrupt-rate", "0.001", "--seed", "7", fast} << "serial" << none
+                                                  << "" << "" << "" << 0;
+        QTest::newRow("one byte in 1000 damaged, another seed") << QStringList{"--corrupt-rate", "0.001", "--seed", "8", fast}
+                                                                << "serial" << none << "" << "" << "" << 0;
         QTest::newRow("one byte in 1000 lost") << QStringList{"--drop-rate", "0.001", "--seed", "9"} << "serial" << none << "" << ""
                                                << "" << 0;
+        // The switch's proof may not pass such a line: the update then goes on at 115200.
+        QTest::newRow("one byte in 100 damaged") << QStringList{"--corrupt-rate", "0.01", "--seed", "7"} << "serial" << none << ""
+                                                 << "" << "" << 0;
+        QTest::newRow("one byte in 100 damaged, packed at 115200")
+            << QStringList{"--corrupt-rate", "0.01", "--seed", "5", "line=115200,compressed"} << "serial"
+            << QStringList{"--max-baud", "0"} << "" << "" << "" << 0;
+        QTest::newRow("one byte in 100 lost") << QStringList{"--drop-rate", "0.01", "--seed", "9"} << "serial" << none << "" << ""
+                                              << "" << 0;
         QTest::newRow("wrong checksum") << QStringList{"--wrong-checksum"} << "serial" << none << "Checksum Error,  Target = H" << ""
                                         << "Checksum Error,  Target = H" << 2;
         QTest::newRow("erase fails") << QStringList{"--fail-erase", "0x20000"} << "serial" << none
@@ -313,7 +336,8 @@ private slots:
                                           << "the serial device /dev/varnolt-no-such-tty does not exist; check the port name and the "
                                              "TROVEX_PORTS map"
                                           << "" << 3;
-        QTest::newRow("GPIB, USB controller") << none << "gpib" << none << "" << "" << "Instrument Restarted" << 0;
+        QTest::newRow("GPIB, USB controller: compressed at the controller's rate")
+            << QStringList{"line=0,compressed"} << "gpib" << none << "" << "" << "Instrument Restarted" << 0;
         QTest::newRow("GPIB, network controller") << none << "gpib-tcp" << none << "" << "" << "Instrument Restarted" << 0;
         QTest::newRow("GPIB at the controller's rate, with the flash's own times")
             << QStringList{"paced"} << "gpib" << none << "" << "" << "Instrument Restarted" << 0;
@@ -341,6 +365,8 @@ private slots:
         QFETCH(QString, lastLine);
         QFETCH(int, outcome);
         const bool paced = faults.removeAll(QStringLiteral("paced")) > 0;
+        const qsizetype lineAt = faults.indexOf(QRegularExpression(QStringLiteral("^line=")));
+        const QString lineUsed = lineAt < 0 ? QString() : faults.takeAt(lineAt).mid(5);
         const bool gpib = reach.startsWith(QStringLiteral("gpib")) && reach != QStringLiteral("gpib-on-serial");
         const quint16 tcpPort = quint16(20000 + QCoreApplication::applicationPid() % 20000);
         QStringList instrumentOptions = instrumentArgs(paced) + faults;
@@ -378,6 +404,11 @@ private slots:
                      qPrintable(report));
         }
         QCOMPARE(result.value(QStringLiteral("channelError")).toString(), channelError.replace(QStringLiteral("DEVICE"), device));
+        if (!lineUsed.isEmpty())
+            QCOMPARE(QStringLiteral("%1,%2")
+                         .arg(result.value(QStringLiteral("lineRate")).toInt())
+                         .arg(result.value(QStringLiteral("compressedBlocks")).toBool() ? "compressed" : "plain"),
+                     lineUsed);
         const qsizetype closing = lines.indexOf(QStringLiteral("Close Communication Channel"));
         if (!lastLine.isEmpty())
             QVERIFY2(closing > 0 && lines.at(closing - 1).startsWith(lastLine), qPrintable(lines.join(QLatin1Char('\n'))));

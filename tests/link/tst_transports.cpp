@@ -100,7 +100,7 @@ std::string echoesOnTheBus(const std::string &written)
 
 // ... behind the emulated controller, on a line paced at a USB controller's rate.
 struct EchoingInstrument : QObject {
-    PtyPort line{100000 * 11};
+    PtyPort line{PtyPort::Line::GpibController, 100000 * 11, true};
     GpibControllerEmulation controller;
     FrameDecoder decoder;
     explicit EchoingInstrument(GpibControllerEmulation::EndMark endMark) : controller(Address, endMark)
@@ -427,7 +427,7 @@ private slots:
     // a read in the middle of a line), however fast the line.
     void theSimulatedLineKeepsTheHostsOrder()
     {
-        PtyPort line(std::numeric_limits<int>::max());
+        PtyPort line(PtyPort::Line::GpibController, std::numeric_limits<int>::max(), true);
         QString error;
         QVERIFY2(line.open(&error), qPrintable(error));
         const int host = ::open(qPrintable(line.devicePath()), O_RDWR | O_NOCTTY | O_NONBLOCK);
