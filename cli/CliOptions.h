@@ -4,6 +4,7 @@
 //                              [--overwrite | --keep-existing] [--log FILE] [--json] [--quiet]
 //   varnolt-cli info PACKAGE [--json]
 //   varnolt-cli ports
+//   varnolt-cli doctor [PORT...] [--loopback]   (DoctorCommand)
 //   varnolt-cli --help | --version
 #include <QString>
 #include <QStringList>

@@ -128,6 +128,31 @@ int open(const QString &device, int baud, QString *error)
     return descriptor;
 }
 
+bool takesRate(int descriptor, int baud)
+{
+    const std::optional<speed_t> speed = speedFor(baud);
+    termios before{};
+    if (!speed || ::tcgetattr(descriptor, &before) != 0)
+        return false;
+    termios settings = before;
+    ::cfsetispeed(&settings, *speed);
+    ::cfsetospeed(&settings, *speed);
+    // tcsetattr succeeds when any of the settings took: read back what the driver kept.
+    termios kept{};
+    const bool taken = ::tcsetattr(descriptor, TCSANOW, &settings) == 0 && ::tcgetattr(descriptor, &kept) == 0
+                       && ::cfgetospeed(&kept) == *speed;
+    ::tcsetattr(descriptor, TCSANOW, &before);
+    return taken;
+}
+
+QList<int> rates()
+{
+    QList<int> bauds;
+    for (const Rate &rate : Rates)
+        bauds << rate.baud;
+    return bauds;
+}
+
 void close(int descriptor)
 {
     // A pseudo-terminal outlives the descriptor (the other end keeps it): without this, the

@@ -2,14 +2,29 @@
 #include "wizard/frmWizard.h"
 
 #include "config/ErrorCodes.h"
+#include "doctor/DoctorText.h"
+#include "doctor/PortDoctor.h"
 #include "engine/QX_UploadProcess.h"
 #include "engine/ResultText.h"
 #include "wizard/StepPictures.h"
+#include "wizard/WizardPrompt.h"
 
 #include <QCoreApplication>
 #include <QPushButton>
 #include <QTimer>
 #include <optional>
+
+namespace {
+// A port that did not open: what the port doctor finds there, each problem with the command
+// that fixes it.
+QString portAdvice(const QString &port)
+{
+    const PortDoctor doctor(PortMap::fromEnvironment(), SystemPaths{}, UserIdentity::current());
+    return QStringLiteral("%1 did not open. What the port doctor finds there (varnolt-cli doctor %1 shows it again):\r\n\r\n")
+               .arg(port)
+           + DoctorText::lines(doctor.examine(port)).join(QStringLiteral("\r\n"));
+}
+} // namespace
 
 void frmWizard::RunUpload()
 {
@@ -27,6 +42,8 @@ void frmWizard::RunUpload()
     setResultText(ResultText::compose(*m_engine, succeeded, closingText));
     const bool cancelled = EngineError->QX_Error_GetLastError() == ErrorCode::Cancelled;
     showFinishedPicture(QLatin1String(succeeded ? StepPictures::Succeeded : cancelled ? StepPictures::Cancelled : StepPictures::Failed));
+    if (!m_engine->openFailureReason().isEmpty() && !m_closeWhenUploadEnds)
+        m_prompt->showMessage(QStringLiteral("Varnolt"), portAdvice(m_engine->ComPort.trimmed()));
 
     if (m_closeWhenUploadEnds)
         QTimer::singleShot(0, this, &QWidget::close);
