@@ -1,6 +1,7 @@
 #include "doctor/PortDoctor.h"
 
 #include "link/GpibTarget.h"
+#include "link/PortDescription.h"
 #include "link/SerialAdapter.h"
 #include "link/SerialDevice.h"
 #include "link/TransportFactory.h"
@@ -70,7 +71,8 @@ QStringList PortDoctor::defaultPorts() const
     for (const QString &tty : m_sysfs.usbTtys()) {
         const QString device = QStringLiteral("/dev/") + tty;
         const bool mapped = std::any_of(ports.cbegin(), ports.cend(), [&](const QString &port) {
-            return QFileInfo(m_map.deviceFor(port)).canonicalFilePath() == device || m_map.deviceFor(port) == device;
+            const QString opened = PortDescription::deviceFile(port, m_map);
+            return opened == device || QFileInfo(opened).canonicalFilePath() == device;
         });
         if (!mapped)
             ports << device;
