@@ -7,6 +7,4 @@ struct DoctorFinding {
     QString problem; // what is wrong, in a sentence or two
     QString command; // the command that fixes it
     QString after;   // what else the fix needs, e.g. "then log out and log in again"; may be empty
-
-    bool operator==(const DoctorFinding &) const = default;
 };

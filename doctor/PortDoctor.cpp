@@ -134,8 +134,9 @@ void PortDoctor::examineDevice(PortDiagnosis &d) const
     if (d.adapter)
         d.byIdNames = SerialAdapter::linksTo(real, m_paths.byIdFolder);
     const bool permitted = checkPermission(d);
-    const bool free = checkHolders(d);
-    checkModemManager(d);
+    const QList<ProcessTable::Process> holders = m_processes.holding(real);
+    const bool free = checkHolders(d, holders);
+    checkModemManager(d, tty, holders);
     if (permitted && free)
         probe(d);
 }
@@ -176,9 +177,8 @@ bool PortDoctor::checkPermission(PortDiagnosis &d) const
     return false;
 }
 
-bool PortDoctor::checkHolders(PortDiagnosis &d) const
+bool PortDoctor::checkHolders(PortDiagnosis &d, QList<ProcessTable::Process> holders) const
 {
-    QList<ProcessTable::Process> holders = m_processes.holding(QFileInfo(d.device).canonicalFilePath());
     const bool held = !holders.isEmpty();
     // ModemManager on an adapter is put right by a udev rule, not by ending it (see there).
     if (d.adapter)
@@ -199,14 +199,12 @@ bool PortDoctor::checkHolders(PortDiagnosis &d) const
     return false;
 }
 
-void PortDoctor::checkModemManager(PortDiagnosis &d) const
+void PortDoctor::checkModemManager(PortDiagnosis &d, const QString &tty, QList<ProcessTable::Process> holders) const
 {
     if (!d.adapter || !m_processes.isRunning(QLatin1String(ModemManager)))
         return;
-    const QString tty = QFileInfo(QFileInfo(d.device).canonicalFilePath()).fileName();
     if (ignoredByModemManager(m_paths.udevData, m_sysfs.deviceNumber(tty)))
         return;
-    QList<ProcessTable::Process> holders = m_processes.holding(QFileInfo(d.device).canonicalFilePath());
     holders.removeIf([](const ProcessTable::Process &process) { return process.name != QLatin1String(ModemManager); });
     const QString problem =
         holders.isEmpty()

@@ -30,8 +30,9 @@ private:
     // False when the user may not open the device.
     bool checkPermission(PortDiagnosis &diagnosis) const;
     // False when another program holds the device.
-    bool checkHolders(PortDiagnosis &diagnosis) const;
-    void checkModemManager(PortDiagnosis &diagnosis) const;
+    bool checkHolders(PortDiagnosis &diagnosis, QList<ProcessTable::Process> holders) const;
+    // tty: the device's kernel name (ttyUSB0).
+    void checkModemManager(PortDiagnosis &diagnosis, const QString &tty, QList<ProcessTable::Process> holders) const;
     // Opens the device and finds the highest rate it takes.
     void probe(PortDiagnosis &diagnosis) const;
     // The port cannot be used as it is mapped: map it to an adapter that is there.
