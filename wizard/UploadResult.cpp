@@ -16,13 +16,20 @@
 
 namespace {
 // A port that did not open: what the port doctor finds there, each problem with the command
-// that fixes it.
+// that fixes it. A message box wraps long lines, so the terminal's indents give way to a
+// blank line before each problem.
 QString portAdvice(const QString &port)
 {
     const PortDoctor doctor(PortMap::fromEnvironment(), SystemPaths{}, UserIdentity::current());
-    return QStringLiteral("%1 did not open. What the port doctor finds there (varnolt-cli doctor %1 shows it again):\r\n\r\n")
-               .arg(port)
-           + DoctorText::lines(doctor.examine(port)).join(QStringLiteral("\r\n"));
+    QStringList text{QStringLiteral("%1 did not open. What the port doctor finds there (varnolt-cli doctor %1 shows it again):")
+                         .arg(port),
+                     QString()};
+    for (const QString &line : DoctorText::lines(doctor.examine(port))) {
+        if (line.trimmed().startsWith(QLatin1String("Problem:")))
+            text << QString();
+        text << line.trimmed();
+    }
+    return text.join(QStringLiteral("\r\n"));
 }
 } // namespace
 

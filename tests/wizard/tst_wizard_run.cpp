@@ -398,12 +398,12 @@ private slots:
         const QStringList advice = f.prompt.shown.first().split(QStringLiteral("\r\n"));
         // The exact advice is the doctor's own tests' business; what follows the problem depends
         // on the adapters plugged in here.
-        QCOMPARE(advice.mid(0, 3),
+        QCOMPARE(advice.mid(0, 4),
                  (QStringList{"Varnolt|COM1 did not open. What the port doctor finds there (varnolt-cli doctor COM1 shows it "
                               "again):",
-                              "", "COM1 opens " + missing + ", as TROVEX_PORTS says"}));
-        QVERIFY(advice.value(3).startsWith("  Problem: " + missing + " does not exist"));
-        QVERIFY(advice.value(4).startsWith(QStringLiteral("  Fix: ")));
+                              "", "COM1 opens " + missing + ", as TROVEX_PORTS says", ""}));
+        QVERIFY(advice.value(4).startsWith("Problem: " + missing + " does not exist"));
+        QVERIFY(advice.value(5).startsWith(QStringLiteral("Fix: ")));
     }
 };
 
