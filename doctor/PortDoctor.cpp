@@ -271,7 +271,10 @@ DoctorFinding PortDoctor::mapToAdapter(const PortDiagnosis &d, const QString &pr
     if (adapter.isEmpty())
         return {problem + QStringLiteral(" No USB serial adapter is plugged in."), QStringLiteral("varnolt-cli ports"),
                 QStringLiteral("lists the adapter, and the name to map %1 to, once it is plugged in").arg(d.port)};
-    return {problem, exportCommand(d.port, adapter),
+    // A GPIB port's entry keeps the instrument's address behind the controller's device.
+    const QString entry = m_map.deviceFor(d.port);
+    const QString target = TransportFactory::isGpibName(d.port) ? adapter + entry.mid(entry.lastIndexOf(QLatin1Char(','))) : adapter;
+    return {problem, exportCommand(d.port, target),
             QStringLiteral("maps %1 to the adapter that is there (put the line in ~/.profile for the window)").arg(d.port)};
 }
 

@@ -128,6 +128,12 @@ private slots:
         QTest::newRow("a GPIB controller on a serial port")
             << Setup::Plain << "GPIB0=<dev>,9" << "GPIB0"
             << QStringList{"GPIB0: GPIB address 9 through the GPIB controller on <dev>", rate, fine};
+        QTest::newRow("a GPIB controller on a missing device, an adapter present")
+            << Setup::AdapterElsewhere << "GPIB0=<missing>,9" << "GPIB0"
+            << QStringList{"GPIB0: GPIB address 9 through the GPIB controller on <missing>",
+                           "  Problem: <missing> does not exist: the adapter is not plugged in, or has another name.",
+                           "  Fix: export TROVEX_PORTS=\"GPIB0=/dev/ttyUSB0,9\"",
+                           "       maps GPIB0 to the adapter that is there (put the line in ~/.profile for the window)."};
         QTest::newRow("a GPIB controller on the network")
             << Setup::Plain << "GPIB0=192.168.1.40,9" << "GPIB0"
             << QStringList{"GPIB0: GPIB address 9 through the GPIB controller at 192.168.1.40:1234"};
