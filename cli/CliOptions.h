@@ -5,6 +5,7 @@
 //                              [--max-baud N]
 //   varnolt-cli info PACKAGE [--json]
 //   varnolt-cli ports
+//   varnolt-cli doctor [PORT...] [--loopback]   (DoctorCommand)
 //   varnolt-cli --help | --version
 #include <QString>
 #include <QStringList>

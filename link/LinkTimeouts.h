@@ -81,6 +81,13 @@ inline constexpr int SmallestRequestData = 16;
 // about two seconds at 115200 baud, 4000-byte ones within about ten.
 inline constexpr int LineMemoryBytes = 16384;
 
+// The port doctor's byte test over a loopback plug: how long a rate's bytes may take beyond
+// twice their time on the wire before the missing ones count as lost. A USB adapter hands
+// received bytes over when its latency timer runs out (16 ms unless set otherwise), and the
+// host schedules; a quarter of a second covers both many times and keeps a test of every rate
+// within seconds.
+inline constexpr auto LoopbackMargin = 250ms;
+
 // The GPIB transports, in milliseconds unless said otherwise.
 namespace Gpib {
 // A network controller answers a connection at once or is not there.

@@ -669,6 +669,25 @@ private slots:
         QVERIFY(text.contains(QStringLiteral("\nUSB serial adapters:\n"))); // which ones depends on the machine
     }
 
+    // The doctor on the simulated instrument's port: the instrument holds its terminal as the
+    // line's other end, not as a program in the way, so nothing is wrong; a missing device is.
+    void doctorOnTheInstrumentsPort()
+    {
+        InstrumentProcess instrument(instrumentArgs());
+        QProcess tool;
+        tool.setProcessEnvironment(environment(QStringLiteral("COM1=%1;COM2=/dev/varnolt-no-such-tty").arg(instrument.device())));
+        tool.start(QStringLiteral(VARNOLT_CLI), {"doctor", "COM1"});
+        QVERIFY(tool.waitForFinished(RunLimitMs));
+        QCOMPARE(QString::fromUtf8(tool.readAllStandardOutput()),
+                 QStringLiteral("COM1 opens %1, as TROVEX_PORTS says\n  Highest rate: 4000000 baud\n  No problem found.\n")
+                     .arg(instrument.device()));
+        QCOMPARE(tool.exitCode(), 0);
+        tool.start(QStringLiteral(VARNOLT_CLI), {"doctor", "COM2"});
+        QVERIFY(tool.waitForFinished(RunLimitMs));
+        QCOMPARE(tool.exitCode(), 1);
+        QVERIFY(tool.readAllStandardOutput().contains("/dev/varnolt-no-such-tty does not exist"));
+    }
+
     void versionAndHelp()
     {
         const CliRun version = run({"--version"});
