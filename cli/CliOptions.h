@@ -8,6 +8,7 @@
 //   varnolt-cli restore PACKAGE FILE [--at ADDRESS] [--port NAME] [--log FILE] [--json] [--quiet] [--max-baud N] [--full]
 //   varnolt-cli info PACKAGE [--json]
 //   varnolt-cli ports
+//   varnolt-cli doctor [PORT...] [--loopback]   (DoctorCommand)
 //   varnolt-cli --help | --version
 #include <QString>
 #include <QStringList>

@@ -2,6 +2,7 @@
 // and production lines. See CliOptions for the commands.
 #include "Version.h"
 #include "cli/CliOptions.h"
+#include "cli/DoctorCommand.h"
 #include "cli/ExitStatus.h"
 #include "cli/InfoCommand.h"
 #include "cli/PortsCommand.h"
@@ -16,6 +17,9 @@
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
+    // The doctor has options of its own.
+    if (app.arguments().value(1) == QLatin1String("doctor"))
+        return DoctorCommand::run(app.arguments().mid(2));
     CliOptions options;
     QString error;
     if (!CliOptions::parse(app.arguments().mid(1), options, &error)) {

@@ -9,8 +9,8 @@ const QByteArray NothingToSay = QByteArray(2, End); // an empty frame
 constexpr int HighestAddress = 30;
 } // namespace
 
-GpibControllerEmulation::GpibControllerEmulation(int instrumentAddress, QObject *parent)
-    : QObject(parent), m_instrumentAddress(instrumentAddress)
+GpibControllerEmulation::GpibControllerEmulation(int instrumentAddress, EndMark endMark, QObject *parent)
+    : QObject(parent), m_instrumentAddress(instrumentAddress), m_endMark(endMark)
 {
 }
 
@@ -63,6 +63,10 @@ void GpibControllerEmulation::command(const QByteArray &line)
         talk();
     } else if (name == "ver") {
         emit toHost("Varnolt emulated GPIB controller version 1.0\r\n");
+    } else if (m_endMark == EndMark::OnRequest && name == "eot_enable") {
+        m_endEnabled = argument == "1";
+    } else if (m_endMark == EndMark::OnRequest && name == "eot_char") {
+        m_endCharacter = char(argument.toInt());
     }
     // ++mode, ++auto, ++eoi, ++eos and ++read_tmo_ms only set what this emulation does anyway
     // (a read from an address without a talker returns nothing at once).
@@ -72,8 +76,10 @@ void GpibControllerEmulation::talk()
 {
     if (m_address != m_instrumentAddress)
         return; // no talker: a real controller gives up after the read timeout and sends nothing
-    const QByteArray message = m_talkerOutput.isEmpty() ? NothingToSay : m_talkerOutput;
+    QByteArray message = m_talkerOutput.isEmpty() ? NothingToSay : m_talkerOutput;
     m_talkerOutput.clear();
+    if (m_endEnabled)
+        message.append(m_endCharacter);
     emit toHost(message);
 }
 

@@ -77,6 +77,8 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
                                         QStringLiteral("Switch the line's rate, then hear nothing until it falls back."));
     const QCommandLineOption basic(QStringLiteral("basic-transfer-program"),
                                    QStringLiteral("A transfer program that names no abilities: no rate switch, no packed blocks, no range checksums."));
+    const QCommandLineOption noPacked(QStringLiteral("no-packed-blocks"),
+                                      QStringLiteral("A transfer program that switches rates but takes no packed blocks."));
     const QCommandLineOption cutPowerAfter(QStringLiteral("cut-power-after"),
                                            QStringLiteral("Lose power once this many bytes have been received: the flash keeps what was "
                                                           "programmed, an erase under way leaves its unit half erased, nothing answers."),
@@ -91,7 +93,7 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
                                         QStringLiteral("once|always"));
     parser.addOptions({flash, load, dump, baud, maxBaud, noPacing, timeScale, tcp, gpib, gpibRate, seed, corrupt, drop, disconnect, stall,
                        stallAt, refuseVoltage, failErase, failProgram, wrongChecksum, unknown, refuseBaud, loseSwitch, basic,
-                       cutPowerAfter, cutPowerIn, garbleRead});
+                       noPacked, cutPowerAfter, cutPowerIn, garbleRead});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -176,6 +178,7 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     options.refuseBaud = parser.isSet(refuseBaud);
     options.loseSwitch = parser.isSet(loseSwitch);
     options.basicTransferProgram = parser.isSet(basic);
+    options.packedBlocks = !parser.isSet(noPacked);
     if (parser.isSet(cutPowerAfter)) {
         bool ok = false;
         options.cutPowerAfterBytes = parser.value(cutPowerAfter).toLongLong(&ok);

@@ -34,6 +34,7 @@ struct InstrumentOptions {
     bool refuseBaud = false;               // declines every SwitchRate
     bool loseSwitch = false;               // switches, but hears nothing at the new rate
     bool basicTransferProgram = false;     // a transfer program from before Abilities
+    bool packedBlocks = true;              // it takes ProgramPacked (and names it)
     // Power lost once this many bytes have been received...
     int64_t cutPowerAfterBytes = -1;
     // ...or halfway through the cutPowerInCount-th request of this type (erase, program).

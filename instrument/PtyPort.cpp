@@ -127,7 +127,10 @@ void PtyPort::write(const QByteArray &bytes)
     if (m_master < 0)
         return;
     m_out.add(bytes, m_nextBaud.value_or(m_baud));
-    pump();
+    // Only outward: what the instrument says while it takes in the host's bytes must not hand
+    // it the next ones before it has finished with those.
+    send();
+    keepPacing();
 }
 
 void PtyPort::setLineRate(int baud)
@@ -140,14 +143,25 @@ void PtyPort::setLineRate(int baud)
 
 void PtyPort::pump()
 {
-    const bool ratesMatter = m_line == Line::Serial;
-    if (const qsizetype arrived = m_in.due(m_paced); arrived > 0) {
-        const QByteArray bytes = m_in.front(arrived, m_baud, ratesMatter);
-        m_in.drop(arrived);
-        emit received(bytes);
-    }
+    deliver();
+    send();
+    keepPacing();
+}
+
+void PtyPort::deliver()
+{
+    const qsizetype arrived = m_in.due(m_paced);
+    if (arrived <= 0)
+        return;
+    const QByteArray bytes = m_in.front(arrived, m_baud, m_line == Line::Serial);
+    m_in.drop(arrived);
+    emit received(bytes);
+}
+
+void PtyPort::send()
+{
     const qsizetype allowed = m_out.due(m_paced);
-    const QByteArray bytes = m_out.front(allowed, hostRate(), ratesMatter);
+    const QByteArray bytes = m_out.front(allowed, hostRate(), m_line == Line::Serial);
     qsizetype written = 0;
     while (m_master >= 0 && written < bytes.size()) {
         const ssize_t n = ::write(m_master, bytes.constData() + written, size_t(bytes.size() - written));
@@ -158,6 +172,10 @@ void PtyPort::pump()
     m_out.drop(written);
     if (m_out.isEmpty() && m_nextBaud) // what was sent at the old rate has left
         m_baud = *std::exchange(m_nextBaud, std::nullopt);
+}
+
+void PtyPort::keepPacing()
+{
     if (m_in.isEmpty() && m_out.isEmpty())
         m_pacer.stop();
     else if (!m_pacer.isActive())

@@ -61,6 +61,11 @@ private:
 
     void onReadable();
     void pump();
+    // The host's bytes that the line has carried by now, to the instrument.
+    void deliver();
+    // The instrument's bytes that the line has carried by now, to the host.
+    void send();
+    void keepPacing();
     // The rate the host set on its end.
     int hostRate() const;
 

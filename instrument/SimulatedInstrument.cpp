@@ -2,6 +2,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <algorithm>
+#include <cmath>
 #include <zlib.h>
 
 using namespace Protocol;
@@ -18,7 +20,7 @@ constexpr Layout Layouts[] = {
     {LoadBlock, 6, 5 + LoadBlockBytes, 2}, {Start, 12, 12, 4},     {Identify, 6, 6, 10},
     {VoltageOn, 0, 0, 2},                  {VoltageOff, 0, 0, 2},  {Erase, 10, 10, 6},
     {Restart, 0, 0, 2},                    {Program, 7, 6 + LargestBlock, 6}, {Read, 9, 9, 2},
-    {Checksum, 9, 9, 6},                   {Hello, 0, 0, 10},     {Abilities, 0, 0, 10},
+    {Checksum, 9, 9, 6},                   {Hello, 0, 0, 10},     {Abilities, 0, 0, 14},
     {SwitchRate, 4, 4, 2},                 {ProgramPacked, 9, 8 + LargestBlock, 6},
     {RangeCrc, 9, 9, 6},
 };
@@ -30,6 +32,11 @@ constexpr double InflateUsPerByte = 0.25;
 constexpr double RangeCrcUsPerByte = 0.5;
 // What a Program request carries before its data: address u32, architecture u8, flash u8.
 constexpr qsizetype ProgramFieldBytes = 6;
+// What the transfer program keeps, as it comes from the wire, of the requests that arrive
+// while it works on one: 32 KiB of its 128 KiB of RAM, room for the seven plain 4000-byte
+// blocks that may wait behind the one it programs, or for three of the largest frames stuffed
+// at worst.
+constexpr uint32_t ReceiveBufferBytes = 32 * 1024;
 // The request types that came with the abilities: a transfer program from before knows none.
 constexpr uint8_t AbilityRequests[] = {Abilities, SwitchRate, ProgramPacked, RangeCrc};
 
@@ -102,6 +109,7 @@ SimulatedInstrument::SimulatedInstrument(const InstrumentOptions &options, QObje
     connect(&m_busy, &QTimer::timeout, this, [this] { emitFrame(Frame{m_working->sequence, Busy, {}}); });
     m_stallEnd.setSingleShot(true);
     connect(&m_stallEnd, &QTimer::timeout, this, [this] { m_stalled = false; });
+    m_clock.start();
 }
 
 void SimulatedInstrument::receive(const QByteArray &received)
@@ -125,13 +133,28 @@ void SimulatedInstrument::take(const QByteArray &received)
     }
     if (m_deaf)
         return; // the switch was lost: whatever comes at the new rate never arrives
+    // Up to one END at a time: each damaged frame is told of before what follows it is taken.
+    for (qsizetype from = 0; from < bytes.size();) {
+        const qsizetype end = bytes.indexOf(char(Frame::End), from);
+        const qsizetype to = end < 0 ? bytes.size() : end + 1;
+        takeFrame(bytes.sliced(from, to - from));
+        from = to;
+    }
+}
+
+void SimulatedInstrument::takeFrame(const QByteArray &bytes)
+{
+    const int damagedBefore = m_decoder.corruptFrames();
     const QList<Frame> frames = m_decoder.feed(bytes);
     m_rate.heard(!frames.isEmpty());
-    for (const Frame &frame : frames)
+    for (const Frame &frame : frames) {
+        m_lastIntact = frame.sequence;
+        m_damagedSinceIntact = 0;
         handle(frame);
-    if (m_decoder.corruptFrames() > m_corruptSeen) {
-        m_corruptSeen = m_decoder.corruptFrames();
-        emitFrame(Frame{0, Nak, {}});
+    }
+    if (m_decoder.corruptFrames() > damagedBefore) {
+        m_damagedSinceIntact = std::min(m_damagedSinceIntact + 1, int(UINT8_MAX));
+        emitFrame(Frame{0, Nak, Writer().u8(m_lastIntact).u8(uint8_t(m_damagedSinceIntact)).done()});
     }
 }
 
@@ -155,21 +178,23 @@ void SimulatedInstrument::handle(const Frame &request)
     if (request.type == Hello)
         m_kept.forget(); // a new channel: what was kept belongs to another count
     m_kept.note(request.sequence);
-    m_queue.push_back(request);
+    m_queue.push_back({request, double(m_clock.nsecsElapsed()) / 1e6});
     workThroughQueue();
 }
 
 bool SimulatedInstrument::isUnderWay(const Frame &request) const
 {
-    return m_working == request || std::find(m_queue.begin(), m_queue.end(), request) != m_queue.end();
+    return m_working == request
+           || std::any_of(m_queue.begin(), m_queue.end(), [&](const Waiting &waiting) { return waiting.request == request; });
 }
 
 void SimulatedInstrument::workThroughQueue()
 {
     while (!m_working && !m_queue.empty()) {
-        const Frame request = m_queue.front();
+        const Waiting next = m_queue.front();
         m_queue.pop_front();
         double workMs = 0;
+        const Frame &request = next.request;
         const bool lastRequest = cutsPowerIn(request);
         // A block programmed halfway keeps the first half of what it writes.
         Reader block(request.payload);
@@ -193,10 +218,15 @@ void SimulatedInstrument::workThroughQueue()
             reply(request, answer);
             continue;
         }
-        m_working = request;
+        // A request that waited starts when the work before it ended, not when the timer got
+        // round to saying so: at fast rates the flash's time is what the line waits for, and
+        // the simulator's lateness must not add to it.
+        m_workEndsMs = std::max(next.arrivedMs, m_workEndsMs) + scaled;
+        const double leftMs = m_workEndsMs - double(m_clock.nsecsElapsed()) / 1e6;
+        m_working = next.request;
         m_workingReply = answer;
         m_busy.start();
-        QTimer::singleShot(int(scaled), this, [this] {
+        QTimer::singleShot(int(std::ceil(std::max(leftMs, 0.0))), Qt::PreciseTimer, this, [this] {
             if (m_poweredOff)
                 return;
             m_erasing.reset();
@@ -375,7 +405,7 @@ bool SimulatedInstrument::knows(uint8_t type) const
 {
     const bool ability = std::find(std::begin(AbilityRequests), std::end(AbilityRequests), type) != std::end(AbilityRequests);
     return type >= Identify && type <= RangeCrc && kindOf(type) != m_options.unknownType
-           && !(ability && m_options.basicTransferProgram);
+           && !(ability && m_options.basicTransferProgram) && !(type == ProgramPacked && !m_options.packedBlocks);
 }
 
 QByteArray SimulatedInstrument::abilities() const
@@ -385,7 +415,8 @@ QByteArray SimulatedInstrument::abilities() const
     return Writer()
         .u16(Status::Ok)
         .u32(uint32_t(m_rate.highestRate()))
-        .u32(Ability::SwitchRate | Ability::PackedBlocks | rangeCrc)
+        .u32(Ability::SwitchRate | (m_options.packedBlocks ? Ability::PackedBlocks : 0) | rangeCrc)
+        .u32(ReceiveBufferBytes)
         .done();
 }
 

@@ -57,6 +57,9 @@ private:
 
     // receive's work on the bytes that arrive while the power is on.
     void take(const QByteArray &bytes);
+    // Bytes up to and with one END: a frame to handle, or a damaged one to send a Nak for that
+    // names the last request that arrived intact and the damaged frames since.
+    void takeFrame(const QByteArray &bytes);
     void handle(const Frame &request);
     // Whether the power goes halfway through this request (--cut-power-in).
     bool cutsPowerIn(const Frame &request);
@@ -107,7 +110,8 @@ private:
     FrameDecoder m_decoder;
     UartRate m_rate;
     bool m_deaf = false; // --lose-switch: nothing is heard at the switched rate
-    int m_corruptSeen = 0;
+    uint8_t m_lastIntact = 0; // the number of the last request that arrived intact; 0: none since power-on
+    int m_damagedSinceIntact = 0;
     bool m_poweredOff = false;
     int m_cutRequestsSeen = 0;
     bool m_readGarbled = false;
@@ -124,11 +128,19 @@ private:
     QTimer m_stallEnd;
     bool m_stalled = false;
     bool m_stalledAtType = false; // the stall at a request type happens once
+    struct Waiting {
+        Frame request;
+        double arrivedMs;
+    };
     // Requests waiting while another is worked on.
-    std::deque<Frame> m_queue;
+    std::deque<Waiting> m_queue;
     // The request being worked on.
     std::optional<Frame> m_working;
     QByteArray m_workingReply;
+    // The work's own clock: work ends when its time is up, however late the timer that
+    // reports it, and the next request starts then.
+    QElapsedTimer m_clock;
+    double m_workEndsMs = 0;
     QTimer m_busy;
     KeptAnswers m_kept;
     std::mt19937 m_random;

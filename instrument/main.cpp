@@ -7,6 +7,7 @@
 #include "instrument/InstrumentOptions.h"
 #include "instrument/PtyPort.h"
 #include "instrument/SimulatedInstrument.h"
+#include "resources/VersionOption.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
@@ -30,6 +31,8 @@ void onSignal(int number)
 
 int main(int argc, char **argv)
 {
+    if (VersionOption::answer(argc, argv, "varnolt-instrument"))
+        return 0;
     QCoreApplication app(argc, argv);
     InstrumentOptions options;
     QString error;

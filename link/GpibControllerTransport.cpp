@@ -5,11 +5,18 @@
 
 #include <QSerialPort>
 #include <QTcpSocket>
+#include <algorithm>
+#include <optional>
 
 namespace {
 constexpr char Escape = 27;
 // A talker's message that says "nothing for you": an empty frame.
 constexpr int EmptyMessageBytes = 2;
+// What the controller sends after each talker's message (++eot_char). Any byte but END would
+// do: a message ends with the END byte that closes its last frame, so between frames only END
+// bytes and this mark come. LF keeps a trace of the line readable.
+constexpr char EndOfMessage = '\n';
+const QByteArray AskToTalk = QByteArrayLiteral("++read eoi\n");
 } // namespace
 
 GpibControllerTransport::GpibControllerTransport(const GpibTarget &target, QObject *parent)
@@ -92,11 +99,14 @@ void GpibControllerTransport::connectTcp()
 void GpibControllerTransport::setUpController()
 {
     // Controller mode, the instrument's address, reads only when asked, EOI on the last byte
-    // written and nothing appended to it, and how long a read waits for a talker.
+    // written and nothing appended to it, EndOfMessage after each message read, and how long
+    // a read waits for a talker.
     m_state = State::SettingUp;
     m_setUpAnswer.clear();
-    m_device->write(QStringLiteral("++mode 1\n++addr %1\n++auto 0\n++eoi 1\n++eos 3\n++read_tmo_ms %2\n++ver\n")
+    m_device->write(QStringLiteral("++mode 1\n++addr %1\n++auto 0\n++eoi 1\n++eos 3\n++eot_enable 1\n++eot_char %2\n"
+                                   "++read_tmo_ms %3\n++ver\n")
                         .arg(m_target.address)
+                        .arg(int(EndOfMessage))
                         .arg(LinkTimeouts::Gpib::TalkerSilence)
                         .toLatin1());
     m_openingTimeout.start(LinkTimeouts::Gpib::ControllerAnswer);
@@ -122,8 +132,16 @@ void GpibControllerTransport::failOpening(const QString &reason)
 
 void GpibControllerTransport::write(const QByteArray &bytes)
 {
-    if (m_state == State::Open)
-        m_device->write(escaped(bytes) + '\n');
+    if (m_state != State::Open)
+        return;
+    QByteArray line = escaped(bytes) + '\n';
+    // A read behind each request: the controller carries it out once the request has gone, so
+    // the answers to earlier ones come back while the later ones still keep the bus busy.
+    if (mayAskToTalk()) {
+        line += AskToTalk;
+        noteReadAsked();
+    }
+    m_device->write(line);
 }
 
 void GpibControllerTransport::close()
@@ -132,7 +150,8 @@ void GpibControllerTransport::close()
     m_openingTimeout.stop();
     m_readTimeout.stop();
     m_nextPoll.stop();
-    m_awaiting = m_reading = false;
+    m_awaiting = m_controllerMarksEnds = m_insideFrame = false;
+    m_readsAsked = m_messageBytes = 0;
     m_state = State::Closed;
     if (m_device) {
         m_device->disconnect(this);
@@ -148,19 +167,30 @@ double GpibControllerTransport::wireTimeMs(int count) const
 void GpibControllerTransport::setAwaitingAnswers(bool awaiting)
 {
     m_awaiting = awaiting;
-    if (awaiting && !m_reading && !m_nextPoll.isActive())
-        askToTalk();
+    askToTalk();
+}
+
+bool GpibControllerTransport::mayAskToTalk() const
+{
+    if (m_state != State::Open || !m_awaiting)
+        return false;
+    return m_controllerMarksEnds ? m_readsAsked < LinkTimeouts::Gpib::MostReadsAsked : m_readsAsked == 0;
 }
 
 void GpibControllerTransport::askToTalk()
 {
-    if (m_state != State::Open || !m_awaiting || m_reading)
+    if (!mayAskToTalk())
         return;
-    m_reading = true;
-    m_insideFrame = false;
-    m_messageBytes = 0;
-    m_device->write("++read eoi\n");
-    m_readTimeout.start(LinkTimeouts::Gpib::TalkerSilence + LinkTimeouts::Gpib::ReadMargin);
+    m_device->write(AskToTalk);
+    noteReadAsked();
+}
+
+void GpibControllerTransport::noteReadAsked()
+{
+    ++m_readsAsked;
+    m_nextPoll.stop(); // the read asked is the poll
+    if (!m_readTimeout.isActive())
+        m_readTimeout.start(LinkTimeouts::Gpib::TalkerSilence + LinkTimeouts::Gpib::ReadMargin);
 }
 
 void GpibControllerTransport::onReadable()
@@ -182,28 +212,64 @@ void GpibControllerTransport::takeMessageBytes(const QByteArray &bytes)
 {
     if (bytes.isEmpty())
         return;
-    for (char c : bytes)
+    QByteArray frames;
+    frames.reserve(bytes.size());
+    std::optional<bool> lastEndedHadSomething;
+    for (char c : bytes) {
+        if (!m_insideFrame && c == EndOfMessage) {
+            m_controllerMarksEnds = true;
+            lastEndedHadSomething = messageEnded();
+            continue;
+        }
         if (uint8_t(c) == Frame::End)
             m_insideFrame = !m_insideFrame;
-    m_messageBytes += int(bytes.size());
-    emit received(bytes);
-    // Every message ends with EOI on the END byte that closes its last frame.
-    if (!m_reading || m_insideFrame || uint8_t(bytes.back()) != Frame::End)
-        return;
-    m_everAnswered = true;
-    m_reading = false;
-    m_readTimeout.stop();
-    if (m_messageBytes > EmptyMessageBytes)
-        askToTalk(); // it had something: there may be more
+        else
+            m_insideFrame = true; // a frame's byte, even if its END was missed
+        ++m_messageBytes;
+        frames.append(c);
+    }
+    // A controller that does not mark the ends: the message ends with EOI on the END byte
+    // that closes its last frame, and it is the only read asked.
+    if (!m_controllerMarksEnds && m_readsAsked > 0 && !m_insideFrame && uint8_t(bytes.back()) == Frame::End)
+        lastEndedHadSomething = messageEnded();
+    if (m_readsAsked > 0)
+        m_readTimeout.start(LinkTimeouts::Gpib::TalkerSilence + LinkTimeouts::Gpib::ReadMargin);
     else
+        m_readTimeout.stop();
+    if (!frames.isEmpty())
+        emit received(frames);
+    // The link has taken the frames: it may have closed the channel, or no longer wait.
+    if (lastEndedHadSomething && m_state == State::Open && m_readsAsked == 0)
+        askAgain(*lastEndedHadSomething);
+}
+
+bool GpibControllerTransport::messageEnded()
+{
+    const bool hadSomething = m_messageBytes > EmptyMessageBytes;
+    m_everAnswered = true;
+    m_readsAsked = std::max(0, m_readsAsked - 1);
+    m_messageBytes = 0;
+    return hadSomething;
+}
+
+void GpibControllerTransport::askAgain(bool lastHadSomething)
+{
+    if (lastHadSomething)
+        askToTalk(); // there may be more
+    else if (m_awaiting)
         m_nextPoll.start(LinkTimeouts::Gpib::PollInterval); // nothing yet: ask again shortly
 }
 
 void GpibControllerTransport::onReadTimeout()
 {
-    // No talker at that address: the controller gave up on the read without a byte.
-    m_reading = false;
-    askToTalk();
+    // No talker answered the oldest read: the controller gave up on it without a byte.
+    m_readsAsked = std::max(0, m_readsAsked - 1);
+    m_insideFrame = false;
+    m_messageBytes = 0;
+    if (m_readsAsked > 0)
+        m_readTimeout.start(LinkTimeouts::Gpib::TalkerSilence + LinkTimeouts::Gpib::ReadMargin);
+    else
+        askToTalk();
 }
 
 QString GpibControllerTransport::silenceReason(int attempts) const

@@ -7,6 +7,14 @@
 // ("++read eoi"), over and over: each time the instrument sends what it has, or an empty
 // frame (two END bytes) when it has nothing, always ending with EOI on an END byte.
 //
+// The controller carries out what it is sent in order, so a read asked behind a request
+// waits until the request has gone. The controller is asked to mark the end of each
+// message it reads (++eot_enable); once its first mark shows that it does, a read goes
+// behind every request written while answers are awaited (up to
+// LinkTimeouts::Gpib::MostReadsAsked), and the marks tell where each read's answer ends.
+// A controller that leaves the mark out gets one read at a time, whose answer ends with
+// the END byte that closes its last frame.
+//
 // Opening connects (over TCP, bounded by LinkTimeouts::Gpib::Connect), sets the controller up and
 // waits for its answer to ++ver (bounded by LinkTimeouts::Gpib::ControllerAnswer), all on the event
 // loop.
@@ -42,8 +50,15 @@ private:
     void onOpeningTimeout();
     void failOpening(const QString &reason);
     void onReadable();
+    // Hands the frames on without the controller's marks, and asks for more when the
+    // reads asked have ended.
     void takeMessageBytes(const QByteArray &bytes);
+    // Whether the message that just ended brought more than an empty frame.
+    bool messageEnded();
+    void askAgain(bool lastHadSomething);
+    bool mayAskToTalk() const;
     void askToTalk();
+    void noteReadAsked();
     void onReadTimeout();
     void lost(const QString &reason);
 
@@ -56,8 +71,9 @@ private:
     QTimer m_nextPoll;
     QByteArray m_setUpAnswer;
     bool m_awaiting = false;
-    bool m_reading = false;
+    bool m_controllerMarksEnds = false; // learned from its first mark
+    int m_readsAsked = 0;               // of the controller, and not ended yet
     bool m_insideFrame = false;
-    int m_messageBytes = 0;
+    int m_messageBytes = 0; // of the message being read, without the mark
     bool m_everAnswered = false;
 };

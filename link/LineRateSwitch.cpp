@@ -93,8 +93,10 @@ void LineRateSwitch::onSwitchAnswer(const QByteArray &payload)
 {
     const int proposed = m_candidates.front();
     if (Protocol::Reader(payload).u16() != Protocol::Status::Ok) {
+        m_declined.push_back(proposed);
         m_candidates.erase(m_candidates.begin());
-        proposeNext(QStringLiteral("the instrument declined %1 baud").arg(proposed));
+        proposeNext(m_declined.size() == 1 ? QStringLiteral("the instrument declined %1 baud").arg(proposed)
+                                           : QStringLiteral("the instrument declined %1 to %2 baud").arg(proposed).arg(m_declined.front()));
         return;
     }
     // The answer has come whole: the instrument has switched, and nothing of ours is on the line.

@@ -56,6 +56,7 @@ private:
     int m_packageRate = 0;
     InstrumentAbilities m_abilities;
     std::vector<int> m_candidates; // fastest first; the front is the one proposed
+    std::vector<int> m_declined;   // by the instrument, fastest first
     std::optional<uint8_t> m_waitingFor;
     Step m_step = Step::Abilities;
     QTimer m_timer; // the proof's time, then the instrument's way back (WayBack)

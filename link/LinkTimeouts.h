@@ -18,6 +18,12 @@ inline constexpr auto LongestReplyWait = 40s;
 // 3 s) and its answer to "++ver" (Gpib::ControllerAnswer, 1 s) are the slowest opens that
 // succeed; a transport that has said nothing after this is hung (a stuck driver).
 inline constexpr auto LongestOpen = 10s;
+// After a frame from the instrument that arrived damaged, added to the wire time of the oldest
+// request's answer before the damaged frame counts as that answer and the request goes again:
+// a USB serial adapter hands on what it has at least every 16 ms (its latency timer), and the
+// instrument turns round within a few. A wrong guess costs one request sent again, answered
+// from what the instrument kept; waiting out ReplyMargin costs a quarter of a second.
+inline constexpr auto DamagedAnswerMargin = 30ms;
 // A busy instrument sends a busy frame every 100 ms; three missed in a row mean it is gone.
 inline constexpr auto BusySilence = 400ms;
 // The longest one request may keep the instrument busy without an answer: erasing the whole of
@@ -29,10 +35,15 @@ inline constexpr auto LongestOperation = 5min;
 // well under a second at 115200 baud. A line slower than that, or one that does not answer,
 // is not waited for longer: the request is on the line, and the run is over.
 inline constexpr auto VoltageOffAtClose = 2s;
-// Sends of one request before the instrument counts as not answering. At one damaged byte in
-// 1000 a full 260-byte frame is lost about one time in four; eight sends lose a request about
-// once in 100,000, and a dead line is still given up within a few seconds.
+// Waits for an answer that may run out since the instrument was last heard (any intact frame
+// from it) before it counts as not answering: a dead line or instrument is given up within a
+// few seconds, while on a noisy line the instrument's Naks and answers show that it is there.
 inline constexpr int MaxAttempts = 8;
+// Sends of one request before the line counts as too noisy for an update while the instrument
+// is heard. At one damaged byte in 100 a request of the size the link then uses
+// (AdaptiveFrameSize) comes through with its answer about every other time, and 32 sends all
+// lose it about once in 10^10; a line that loses nearly every frame is given up within seconds.
+inline constexpr int MostSendsOfOneRequest = 32;
 // The line-rate switch (docs/protocol.md, "Line rate"). The instrument's own: at a switched
 // rate it returns to the package's rate once this long has passed without an intact frame
 // since it switched, since it answered Restart, or since a byte came after the last intact
@@ -57,6 +68,26 @@ inline constexpr auto ShortestReadPause = 4ms;
 // later requests keep the line busy.
 inline constexpr auto ReadPauseMargin = 3ms;
 
+// How much data a request carries on a noisy line (AdaptiveFrameSize), in bytes.
+// The first requests of a channel, before anything is known of the line: at one damaged byte in
+// 100 such a frame still comes through about every other time. The size doubles with every
+// answer, so a clean line carries whole 4000-byte blocks from about the tenth request on.
+inline constexpr int FirstRequestData = 32;
+// The least: below it a request's own 16 bytes would be more than half of what it moves.
+inline constexpr int SmallestRequestData = 16;
+// How far back the damage seen counts, in bytes on the wire in both directions (it fades by a
+// factor e over that many): at one byte in 1000 some sixteen damaged frames, enough for a steady
+// estimate; short enough that on a line that became clean 240-byte blocks go whole again within
+// about two seconds at 115200 baud, 4000-byte ones within about ten.
+inline constexpr int LineMemoryBytes = 16384;
+
+// The port doctor's byte test over a loopback plug: how long a rate's bytes may take beyond
+// twice their time on the wire before the missing ones count as lost. A USB adapter hands
+// received bytes over when its latency timer runs out (16 ms unless set otherwise), and the
+// host schedules; a quarter of a second covers both many times and keeps a test of every rate
+// within seconds.
+inline constexpr auto LoopbackMargin = 250ms;
+
 // The GPIB transports, in milliseconds unless said otherwise.
 namespace Gpib {
 // A network controller answers a connection at once or is not there.
@@ -75,6 +106,12 @@ inline constexpr int WorkerJoin = TalkerSilence + ReadMargin;
 // Between reads that found nothing: often enough to add little to each answer's wait, rarely
 // enough to leave the bus and the controller mostly idle.
 inline constexpr int PollInterval = 5;
+// Reads a "++" controller that marks the end of each message may hold at once: one behind
+// each of the three requests any instrument may have on the way, and one for a poll. Each
+// comes back with at least an empty frame and a talk brings all the instrument has, so more
+// (for the up to eight an instrument with a receive buffer may have) only take the bus from
+// the requests: tried with nine, no row got faster.
+inline constexpr int MostReadsAsked = 4;
 // What a "++" controller moves through its USB or network link and the bus, in bytes a second:
 // conservative, so the link's waits are long enough.
 inline constexpr double BytesPerSecond = 100000.0;

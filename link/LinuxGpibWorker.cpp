@@ -15,6 +15,8 @@ constexpr int Timeout300ms = 10; // T300ms, the index of LinkTimeouts::Gpib::Tal
 constexpr int AssertEoi = 1;
 constexpr int ReadBytes = Frame::MaxPayload * 2 + 16; // a stuffed frame and more
 static_assert(LinkTimeouts::Gpib::TalkerSilence == 300);
+// A talker's message that says "nothing for you": an empty frame.
+constexpr int EmptyMessageBytes = 2;
 } // namespace
 
 struct LinuxGpibWorker::Library {
@@ -34,7 +36,7 @@ struct LinuxGpibWorker::Library {
 LinuxGpibWorker::LinuxGpibWorker(const GpibTarget &target, const QString &library)
     : m_target(target), m_libraryName(library)
 {
-    m_poll.setInterval(LinkTimeouts::Gpib::PollInterval);
+    m_poll.setSingleShot(true);
     connect(&m_poll, &QTimer::timeout, this, &LinuxGpibWorker::readOnce);
 }
 
@@ -103,14 +105,19 @@ void LinuxGpibWorker::write(const QByteArray &bytes)
 {
     if (m_descriptor < 0)
         return;
-    if (m_library->ibwrt(m_descriptor, bytes.constData(), long(bytes.size())) & StatusError)
+    if (m_library->ibwrt(m_descriptor, bytes.constData(), long(bytes.size())) & StatusError) {
         fail(lastError("ibwrt"));
+        return;
+    }
+    if (m_reading)
+        m_poll.start(0); // the answers to earlier requests may be there by now
 }
 
 void LinuxGpibWorker::setReading(bool reading)
 {
-    if (reading && m_descriptor >= 0)
-        m_poll.start();
+    m_reading = reading && m_descriptor >= 0;
+    if (m_reading)
+        m_poll.start(0);
     else
         m_poll.stop();
 }
@@ -119,14 +126,16 @@ void LinuxGpibWorker::readOnce()
 {
     QByteArray buffer(ReadBytes, '\0');
     const int status = m_library->ibrd(m_descriptor, buffer.data(), long(buffer.size()));
-    if (status & StatusError) {
-        if (*m_library->iberr != Aborted)
-            fail(lastError("ibrd"));
-        return; // else nobody talked within the timeout: the link's own wait decides
-    }
-    buffer.truncate(qsizetype(*m_library->ibcntl));
+    if (status & StatusError && *m_library->iberr != Aborted) {
+        fail(lastError("ibrd"));
+        return;
+    } // else nobody talked within the timeout: the link's own wait decides
+    buffer.truncate(status & StatusError ? 0 : qsizetype(*m_library->ibcntl));
     if (!buffer.isEmpty())
         emit received(buffer);
+    // It had something: there may be more; nothing yet: ask again shortly.
+    if (m_reading)
+        m_poll.start(buffer.size() > EmptyMessageBytes ? 0 : LinkTimeouts::Gpib::PollInterval);
 }
 
 void LinuxGpibWorker::fail(const QString &reason)
@@ -137,6 +146,7 @@ void LinuxGpibWorker::fail(const QString &reason)
 
 void LinuxGpibWorker::closeDevice()
 {
+    m_reading = false;
     m_poll.stop();
     if (m_descriptor >= 0)
         m_library->ibonl(m_descriptor, 0); // gives the device descriptor back

@@ -40,5 +40,9 @@ private:
     QString m_libraryName;
     std::unique_ptr<Library> m_library;
     int m_descriptor = -1;
-    QTimer m_poll{this}; // a child, so that it moves to the worker's thread with it
+    bool m_reading = false;
+    // The next read: at once behind a request or a read that brought frames, after
+    // LinkTimeouts::Gpib::PollInterval behind one that brought none. A child, so that it
+    // moves to the worker's thread with it.
+    QTimer m_poll{this};
 };

@@ -23,14 +23,15 @@ enum Type : uint8_t {
     // To whichever stage runs: the host's first request on every channel
     Hello = 0x28, //                                                -> status u16, CRC-32 u32, length u32
     // Optional abilities of a transfer program: one that does not know them answers Unknown
-    Abilities = 0x29,     //                                        -> status u16, highest rate u32, abilities u32
+    Abilities = 0x29,     //                                        -> status u16, highest rate u32, abilities u32,
+                          //                                           receive buffer u32
     SwitchRate = 0x2A,    // rate u32                               -> status u16
     ProgramPacked = 0x2B, // address u32, architecture u8, flash u8, length u16, raw deflate data -> status u16, address u32
     RangeCrc = 0x2C,      // architecture u8, address u32, length u32 -> status u16, CRC-32 u32
     // From the instrument
     Reply = 0x80, // the answer to the request with the same sequence number
     Busy = 0x81,  // still working on the request with the same sequence number
-    Nak = 0x82,   // a damaged frame arrived: send the request again
+    Nak = 0x82,   // damaged frames arrived: (empty) or last intact request u8, damaged frames since u8
 };
 
 // Status values of the replies.
@@ -76,14 +77,19 @@ inline constexpr int PackedLengthBytes = 2;
 
 // A transfer program starts with these four bytes.
 inline constexpr char TransferMagic[] = "KDTP";
-// Bytes of transfer program sent per LoadBlock: no bigger than a program block, so a noisy
-// line costs the boot ROM no more retransmissions than the flash.
+// Bytes of transfer program sent per LoadBlock at most (fewer while the line damages frames): no
+// bigger than a program block, so a noisy line costs the boot ROM no more retransmissions than
+// the flash.
 inline constexpr int LoadBlockBytes = 256;
 // The most a Program or Read request carries or asks for.
 inline constexpr int LargestBlock = 4000;
 // Payload bytes of the longest answer that carries no data (Hello's), with room to spare, for
 // the wait for an answer.
 inline constexpr int ShortAnswerBytes = 16;
+// A Nak that says which requests to send again: the number of the last request that arrived
+// intact before the damage (0: none since power-on) and how many damaged frames followed it.
+// An empty Nak says nothing of which.
+inline constexpr int NakPayloadBytes = 2;
 // A busy instrument says so at least this often (ms), so slow is told from dead.
 inline constexpr int BusyIntervalMs = 100;
 

@@ -13,8 +13,11 @@
 //    (outside it may lie registers that reading changes), which answer the engine's next Read;
 //  - every other request waits until the link has nothing on the way, so it is carried out
 //    after everything sent before it.
-// Outside a range, or without one, every request waits for its own answer.
-// With packBlocks, every Program request goes out compressed as it is dispatched
+// Outside a range, or without one, every request waits for its own answer. A Program or Read
+// request goes in parts as small as the link advises for the line (RequestSplitter); the engine
+// still sees one answer per request: a block on its way once all its parts are, a read once all
+// its parts are answered, with the first failing part's status (and a refused part's address).
+// With packBlocks, every Program part goes out compressed on its own as it is sent
 // (BlockCompressor), one stream per image: each range and each VoltageOn starts a new one.
 // Answers and failures are always raised from the event loop, never inside submit. The link
 // never answers or fails inside its request() either, so every request is recorded as on the
@@ -24,6 +27,7 @@
 #include "link/Protocol.h"
 
 #include <QByteArray>
+#include <QList>
 #include <QObject>
 #include <map>
 #include <memory>
@@ -55,6 +59,9 @@ public:
     void packBlocks(bool pack);
     // Forgets everything on the way (the channel is closing).
     void reset();
+    // Bytes that packing kept off the line in the answered blocks: the link's payload bytes
+    // plus these are the bytes as the engine sees them.
+    int64_t bytesPackedAway() const { return m_bytesPackedAway; }
 
 signals:
     // The answer to the engine's request, laid out as the instrument's Reply.
@@ -66,17 +73,21 @@ signals:
     void failed(Link::Failure failure, const QString &reason);
 
 private:
-    enum class Purpose { Engine, ProgramBehind, ReadAhead, Nobody };
+    // What a part's answer is for: the engine's request, a block already answered (which tells
+    // only of a refusal), the range read ahead, or nothing any more.
+    enum class Purpose { Engine, Block, ReadAhead, Nobody };
     struct InFlight {
         Purpose purpose;
         Kind kind;
+        int part;                 // its place in its request
+        qsizetype packedAway = 0; // the part's payload bytes that packing saved
     };
-    struct ReadAhead {
-        uint8_t sequence;
-        uint8_t architecture;
-        int32_t address;
-        int32_t count;
-        std::optional<QByteArray> payload;
+    // A request of the engine's, or the range read ahead, and how its parts are getting on.
+    struct Job {
+        Request request;
+        QList<Request> unsent;                         // its parts not on their way yet, in order
+        QList<std::optional<QByteArray>> answers;      // each part's answer, as they come
+        bool answered() const;
     };
     struct ProgramFailure {
         int32_t address;
@@ -89,33 +100,41 @@ private:
         uint32_t bytesFrom(int32_t address) const;
     };
 
-    // submit's work, also for a held request once there is room.
+    // submit's work.
     void take(const Request &request);
+    Job jobFor(const Request &request) const;
     void onReplied(uint8_t sequence, const QByteArray &payload);
     void onFailed(Link::Failure failure, const QString &reason);
     bool roomFor(Kind kind) const;
-    void dispatch(const Request &request);
+    // Sends what there is room for: the engine's parts first, then those read ahead; answers a
+    // block that is due.
+    void sendParts();
+    void sendNextPart(Job &job, Purpose purpose);
     // A block before the range's last, which may be answered on its way.
     bool answersEarly(const Request &request) const;
+    // The engine's block: on its way, early; or once every block before it is answered; a
+    // refusal at once.
+    void answerBlockWhenDue();
+    // The engine's other request, once all its parts are answered.
+    void answerWhenComplete();
     bool answerFromReadAhead(const Request &request);
     // Asks for up to count bytes from after, within the range.
     void readAhead(uint8_t architecture, int32_t after, int32_t count);
     void dropReadAhead();
+    // The parts on their way for that purpose are answered to nobody.
+    void answerNobody(Purpose purpose);
     // Emits at once when on the event loop, later when inside submit.
     void answer(Kind kind, const QByteArray &payload);
-    // The engine's block, once every block before it is answered; a refusal among them first.
-    void answerWaitingBlock();
-    bool blocksBehind() const;
-    bool engineWaits() const;
+    bool blocksOnTheirWay() const;
 
     Link &m_link;
     std::map<uint8_t, InFlight> m_inFlight;
-    std::optional<Request> m_held; // the engine's request, waiting for room on the link
-    std::optional<ReadAhead> m_readAhead;
+    std::optional<Job> m_job; // the engine's request not answered yet
+    std::optional<Job> m_readAhead;
     std::optional<Range> m_range;
-    std::optional<QByteArray> m_waitingBlockAnswer; // the instrument's answer to the engine's block
     std::optional<ProgramFailure> m_programFailure;
     std::optional<std::pair<Link::Failure, QString>> m_linkFailure;
     std::unique_ptr<BlockCompressor> m_compressor; // when the instrument takes packed blocks
     bool m_inSubmit = false;
+    int64_t m_bytesPackedAway = 0;
 };

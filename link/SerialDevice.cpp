@@ -171,6 +171,14 @@ int rateOf(int descriptor)
     return ::tcgetattr(descriptor, &settings) == 0 ? baudOf(::cfgetospeed(&settings)) : 0;
 }
 
+QList<int> rates()
+{
+    QList<int> bauds;
+    for (const Rate &rate : Rates)
+        bauds << rate.baud;
+    return bauds;
+}
+
 void close(int descriptor)
 {
     // A pseudo-terminal outlives the descriptor (the other end keeps it): without this, the

@@ -2,6 +2,7 @@
 // Opening and setting up a serial device with the system's own calls, for a transport that
 // then owns the descriptor: opened non-blocking for this program alone, raw, 8 data bits, even
 // parity, 1 stop bit, no flow control, at one of the rates the system names.
+#include <QList>
 #include <QString>
 
 namespace SerialDevice {
@@ -14,6 +15,8 @@ QString setRate(int descriptor, int baud);
 bool takesRate(int descriptor, int baud);
 // The rate the device is set to; 0 when it is none the system names.
 int rateOf(int descriptor);
+// Every rate the system names, from the lowest to the highest.
+QList<int> rates();
 // Gives the device back to other programs and closes the descriptor.
 void close(int descriptor);
 }

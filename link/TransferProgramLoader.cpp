@@ -3,6 +3,7 @@
 #include "link/Link.h"
 #include "link/Protocol.h"
 
+#include <algorithm>
 #include <zlib.h>
 
 namespace {
@@ -49,7 +50,8 @@ void TransferProgramLoader::send(Step step, uint8_t type, const QByteArray &payl
 void TransferProgramLoader::sendNext()
 {
     if (m_offset < m_image.size()) {
-        const QByteArray block = m_image.mid(m_offset, Protocol::LoadBlockBytes);
+        const QByteArray block = m_image.mid(m_offset, std::min(Protocol::LoadBlockBytes, m_link.largestData()));
+        m_blockBytes = block.size();
         send(Step::Load, Protocol::LoadBlock, Protocol::Writer().u32(blockAddress()).u8(blockSum(block)).bytes(block).done());
         return;
     }
@@ -107,6 +109,6 @@ void TransferProgramLoader::onLoaded(const QByteArray &payload)
         emit failed(QStringLiteral("the boot ROM refused the block at %1 (status %2)").arg(blockAddress(), 0, 16).arg(status));
         return;
     }
-    m_offset += Protocol::LoadBlockBytes;
+    m_offset += m_blockBytes;
     sendNext();
 }

@@ -1,7 +1,8 @@
 #pragma once
 // Brings the instrument's transfer program up. It first asks which program answers (Hello):
 // the boot ROM does not know the request, and the program is then loaded into the RAM one
-// LoadBlock request at a time and started with Start; the same transfer program, left running
+// LoadBlock request at a time, each as long as the link advises for the line (shorter while it
+// damages frames), and started with Start; the same transfer program, left running
 // by an earlier update that failed, answers with its image's CRC-32 and length and is simply
 // used again. The link's retransmissions and timeouts ride out a noisy line and bound a silent
 // one. Destroying the loader abandons the load: nothing more is sent (a request already on its
@@ -44,6 +45,7 @@ private:
     uint32_t m_loadAddress;
     uint32_t m_startAddress;
     qsizetype m_offset = 0;             // the first byte not loaded yet
+    qsizetype m_blockBytes = 0;         // of the block on its way
     std::optional<uint8_t> m_waitingFor; // the request whose answer comes next
     Step m_step = Step::Hello;
 };

@@ -1,11 +1,14 @@
 #!/usr/bin/env python3
-"""Draws the wizard's pictures as SVG into resources/pictures/.
+"""Draws the wizard's pictures as SVG into resources/pictures/, and the program's icon into
+packaging/.
 
 The pictures share their pieces (laptop, instrument, cable), so they are drawn from one
 place; run this after changing it and commit the SVG files it writes."""
 import pathlib
 
-OUT = pathlib.Path(__file__).resolve().parent.parent / "resources" / "pictures"
+TOP = pathlib.Path(__file__).resolve().parent.parent
+OUT = TOP / "resources" / "pictures"
+ICON = TOP / "packaging" / "org.varnolt.Varnolt.svg"
 BLUE, TEAL, LIGHT, DARK, AMBER = "#1F4E79", "#2A9D8F", "#E9EEF3", "#3A3F44", "#F4A261"
 
 GRADIENTS = f"""<defs>
@@ -149,6 +152,18 @@ FAILED = badge(RED, "M110 44 L130 64 M130 44 L110 64")   # a cross
 CANCELLED = badge("#8E9BA8", "M108 54 L132 54")            # a bar: stopped on request
 
 
+def icon():
+    # The instrument on a blue tile, with a badge that says "new firmware goes in": it must
+    # still read at 16 pixels, so few, large shapes.
+    return "\n".join([
+        '<rect x="2" y="2" width="60" height="60" rx="13" fill="url(#screen)"/>',
+        instrument(6, 17, 0.86),
+        f'<circle cx="47" cy="17" r="13" fill="{TEAL}" stroke="#FFFFFF" stroke-width="2.5"/>',
+        '<path d="M47 25 L47 10 M40.5 16 L47 9.5 L53.5 16" fill="none" stroke="#FFFFFF" stroke-width="3.6" '
+        'stroke-linecap="round" stroke-linejoin="round"/>',
+    ])
+
+
 def main():
     OUT.mkdir(parents=True, exist_ok=True)
     pictures = {
@@ -164,6 +179,8 @@ def main():
         pictures[f"upload{frame}"] = svg(139, 111, scene(frame))
     for name, text in pictures.items():
         (OUT / f"{name}.svg").write_text(text)
+    ICON.parent.mkdir(parents=True, exist_ok=True)
+    ICON.write_text(svg(64, 64, icon()))
 
 
 if __name__ == "__main__":

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds with warnings as errors and runs every test; then builds
-# again with AddressSanitizer and UndefinedBehaviorSanitizer and runs every test once more.
+# Installs what is missing, builds with warnings as errors and runs every test; makes the Debian
+# package and tests it; then builds again with AddressSanitizer and UndefinedBehaviorSanitizer
+# and runs every test once more.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,6 +11,10 @@ echo "== Build (warnings are errors) =="
 bash tools/build.sh build -DVARNOLT_WERROR=ON
 echo "== Tests =="
 ctest --test-dir build --output-on-failure -j2
+
+echo "== Debian package =="
+bash tools/package-deb.sh build-deb
+bash tools/test-package.sh build-deb/varnolt_*.deb build/tools/demo-package/varnolt-demo-package
 
 echo "== Build with AddressSanitizer and UndefinedBehaviorSanitizer =="
 bash tools/build.sh build-asan -DVARNOLT_WERROR=ON -DVARNOLT_SANITIZE=ON

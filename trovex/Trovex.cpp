@@ -157,6 +157,7 @@ void Trovex::setUpLine(int32_t &result)
                 settled = true;
                 m_abilities = abilities;
                 m_pipeline->packBlocks(abilities.packedBlocks);
+                m_link->setReceiveBuffer(abilities.receiveBuffer);
                 emit lineSettled(rate, abilities.packedBlocks, note);
             });
     connect(&line, &LineRateSwitch::failed, &line, [&](const QString &reason) { failure = reason; });

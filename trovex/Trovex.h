@@ -74,8 +74,12 @@ public:
 
     // Requests sent again after a lost or damaged answer, over the channel's life.
     int retransmissions() const { return m_link ? m_link->retransmissions() : 0; }
-    // Payload bytes moved in both directions over the channel's life.
-    int64_t payloadBytes() const { return m_link ? m_link->payloadBytes() : 0; }
+    // Payload bytes moved in both directions over the channel's life, program blocks counted
+    // as the engine sent them (packed ones as they were before packing).
+    int64_t payloadBytes() const
+    {
+        return (m_link ? m_link->payloadBytes() : 0) + (m_pipeline ? m_pipeline->bytesPackedAway() : 0);
+    }
 
 signals:
     // Once the transfer program runs: the line's rate from now on (0 on GPIB), whether Program

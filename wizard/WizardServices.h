@@ -19,5 +19,5 @@ struct WizardServices {
     HelpViewer *help = nullptr;            // default: the desktop's viewer
     PackageList::FileChooser chooseFile;   // default: the file dialog
     std::function<void(int status)> endProgram; // default: the process ends at once with status
-    QString helpPath;                      // default: Varnolt.html next to the program
+    QString helpPath;                      // default: Varnolt.html where HelpLocation finds it
 };

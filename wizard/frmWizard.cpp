@@ -4,6 +4,7 @@
 #include "link/LineRateLimit.h"
 #include "resources/StringTable.h"
 #include "wizard/DesktopHelpViewer.h"
+#include "wizard/HelpLocation.h"
 #include "wizard/MessageBoxPrompt.h"
 #include "wizard/PackageList.h"
 #include "wizard/ResourceTexts.h"
@@ -19,10 +20,6 @@
 #include <QTimer>
 #include <cstdlib>
 
-namespace {
-const QString HelpFileName = QStringLiteral("Varnolt.html");
-}
-
 frmWizard::frmWizard(WizardServices services, QWidget *parent) : QWidget(parent), m_services(std::move(services))
 {
     if (!m_services.prompt)
@@ -36,7 +33,7 @@ frmWizard::frmWizard(WizardServices services, QWidget *parent) : QWidget(parent)
             return QFileDialog::getOpenFileName(this, title, QString(), filter);
         };
     if (m_services.helpPath.isEmpty())
-        m_services.helpPath = QCoreApplication::applicationDirPath() + QLatin1Char('/') + HelpFileName;
+        m_services.helpPath = HelpLocation::find(QCoreApplication::applicationDirPath());
 
     m_engine = std::make_unique<QX_UploadProcess>(m_services.appLayerFactory, *m_prompt);
     m_engine->setHighestLineRate(m_services.highestLineRate.value_or(LineRateLimit::fromEnvironment()));

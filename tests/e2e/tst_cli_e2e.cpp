@@ -278,6 +278,14 @@ private slots:
                                                                 << "serial" << none << "" << "" << "" << 0;
         QTest::newRow("one byte in 1000 lost") << QStringList{"--drop-rate", "0.001", "--seed", "9"} << "serial" << none << "" << ""
                                                << "" << 0;
+        // The switch's proof may not pass such a line: the update then goes on at 115200.
+        QTest::newRow("one byte in 100 damaged") << QStringList{"--corrupt-rate", "0.01", "--seed", "7"} << "serial" << none << ""
+                                                 << "" << "" << 0;
+        QTest::newRow("one byte in 100 damaged, packed at 115200")
+            << QStringList{"--corrupt-rate", "0.01", "--seed", "5", "line=115200,compressed"} << "serial"
+            << QStringList{"--max-baud", "0"} << "" << "" << "" << 0;
+        QTest::newRow("one byte in 100 lost") << QStringList{"--drop-rate", "0.01", "--seed", "9"} << "serial" << none << "" << ""
+                                              << "" << 0;
         QTest::newRow("a read-back garbled once: caught by its CRC-32, read again")
             << QStringList{"--garble-read", "once", "rereads=1"} << "serial" << none << "" << "" << "Instrument Restarted" << 0;
         QTest::newRow("every read-back garbled: stopped before any erase")
@@ -311,6 +319,8 @@ private slots:
         QTest::newRow("GPIB, USB controller: compressed at the controller's rate")
             << QStringList{"line=0,compressed"} << "gpib" << none << "" << "" << "Instrument Restarted" << 0;
         QTest::newRow("GPIB, network controller") << none << "gpib-tcp" << none << "" << "" << "Instrument Restarted" << 0;
+        QTest::newRow("GPIB at the controller's rate, with the flash's own times")
+            << QStringList{"paced"} << "gpib" << none << "" << "" << "Instrument Restarted" << 0;
         QTest::newRow("GPIB, no instrument at the address")
             << none << "gpib7" << none
             << "no instrument answers at GPIB address 7 behind the GPIB controller on DEVICE; check the address set on the "
@@ -648,6 +658,25 @@ private slots:
         QVERIFY(text.contains(QRegularExpression(QStringLiteral("COM2 +/dev/varnolt-no-such-tty +missing\n"))));
         QVERIFY(text.contains(QRegularExpression(QStringLiteral("COM3 +/dev/ttyS2 "))));
         QVERIFY(text.contains(QStringLiteral("\nUSB serial adapters:\n"))); // which ones depends on the machine
+    }
+
+    // The doctor on the simulated instrument's port: the instrument holds its terminal as the
+    // line's other end, not as a program in the way, so nothing is wrong; a missing device is.
+    void doctorOnTheInstrumentsPort()
+    {
+        InstrumentProcess instrument(instrumentArgs());
+        QProcess tool;
+        tool.setProcessEnvironment(environment(QStringLiteral("COM1=%1;COM2=/dev/varnolt-no-such-tty").arg(instrument.device())));
+        tool.start(QStringLiteral(VARNOLT_CLI), {"doctor", "COM1"});
+        QVERIFY(tool.waitForFinished(RunLimitMs));
+        QCOMPARE(QString::fromUtf8(tool.readAllStandardOutput()),
+                 QStringLiteral("COM1 opens %1, as TROVEX_PORTS says\n  Highest rate: 4000000 baud\n  No problem found.\n")
+                     .arg(instrument.device()));
+        QCOMPARE(tool.exitCode(), 0);
+        tool.start(QStringLiteral(VARNOLT_CLI), {"doctor", "COM2"});
+        QVERIFY(tool.waitForFinished(RunLimitMs));
+        QCOMPARE(tool.exitCode(), 1);
+        QVERIFY(tool.readAllStandardOutput().contains("/dev/varnolt-no-such-tty does not exist"));
     }
 
     void versionAndHelp()

@@ -2,7 +2,8 @@
 // A transport whose far end the test scripts. It records what is written and delivers what
 // the test says, and fails as real ones do: to open, on a write (from the event loop, or
 // inside the call as a badly behaved transport would), or while nothing is on the way. As an
-// instrument it answers every request at once, from the event loop, losing chosen answers.
+// instrument it answers every request at once, from the event loop, losing chosen answers; a
+// write it takes as damaged it answers with a Nak that names the last request that came intact.
 // As a serial port it takes the rates up to its fastest and records every change of rate.
 #include "link/FrameDecoder.h"
 #include "link/Protocol.h"
@@ -33,6 +34,7 @@ public:
     std::optional<QString> openFailure;
     std::function<QByteArray(const Frame &)> instrument; // the payload of its Reply to a request
     QSet<qsizetype> lostAnswers;                         // writes whose answers never come
+    std::function<bool(qsizetype)> damages;              // whether the write with that index arrives damaged
     int rate = 0;         // the line's rate; 0 for none of its own (GPIB)
     int fastestTaken = 0; // the fastest rate the port takes
     int deafAt = -1;      // the instrument hears nothing sent at this rate (a lost switch)
@@ -45,9 +47,18 @@ public:
         if (m_failingWrites > 0) {
             --m_failingWrites;
             m_failWhen == When::InsideTheCall ? emit failed(Lost) : reportFailed(Lost);
-        } else if (instrument && !lostAnswers.contains(written.size() - 1) && rate != deafAt) {
-            for (const Frame &request : FrameDecoder().feed(bytes))
-                answerLater(Frame{request.sequence, Protocol::Reply, instrument(request)}.encode());
+        } else if (rate == deafAt) {
+            return; // sent at a rate the instrument does not hear
+        } else if (damages && damages(written.size() - 1)) {
+            m_damagedSinceIntact = std::min(m_damagedSinceIntact + 1, 255);
+            answerLater(Frame{0, Protocol::Nak, Protocol::Writer().u8(m_lastIntact).u8(uint8_t(m_damagedSinceIntact)).done()}.encode());
+        } else {
+            for (const Frame &request : FrameDecoder().feed(bytes)) {
+                m_lastIntact = request.sequence;
+                m_damagedSinceIntact = 0;
+                if (instrument && !lostAnswers.contains(written.size() - 1))
+                    answerLater(Frame{request.sequence, Protocol::Reply, instrument(request)}.encode());
+            }
         }
     }
     void close() override { dropReports(); }
@@ -78,5 +89,7 @@ private:
     }
 
     int m_failingWrites = 0;
+    uint8_t m_lastIntact = 0;
+    int m_damagedSinceIntact = 0;
     When m_failWhen = When::FromTheEventLoop;
 };

@@ -30,11 +30,10 @@ Frame sample(uint8_t sequence, int size)
     return Frame{sequence, Protocol::Reply, payload};
 }
 
-Request program(int32_t address, int32_t count = 240)
+Request program(int32_t address, const QByteArray &data = QByteArray(240, '\x55'))
 {
-    const QByteArray data(count, '\x55');
     return {Kind::Program, Protocol::Program, Protocol::Writer().u32(uint32_t(address)).u8(2).u8(22).bytes(data).done(), 16, 2,
-            address, count};
+            address, int32_t(data.size())};
 }
 
 Request read(int32_t address, int32_t count)
@@ -55,7 +54,8 @@ QByteArray readAnswer(char fill, int count)
     return Protocol::Writer().u16(0).bytes(QByteArray(count, fill)).done();
 }
 
-// One scripted channel: transport, link and pipeline, and what they said.
+// One scripted channel: transport, link and pipeline, and what they said. Its link has carried
+// a few requests already, so that it sends whole blocks on a clean line.
 struct Channel {
     ScriptedTransport transport;
     Link link{transport, LongestOperation};
@@ -64,6 +64,15 @@ struct Channel {
     QSignalSpy answered{&pipeline, &RequestPipeline::answered};
     QSignalSpy failedEarlier{&pipeline, &RequestPipeline::programmingFailedEarlier};
     QSignalSpy failed{&pipeline, &RequestPipeline::failed};
+
+    explicit Channel(int warmUp = 8)
+    {
+        for (int i = 0; i < warmUp; ++i)
+            deliver({link.request(Protocol::Hello, {}, Protocol::ShortAnswerBytes), Protocol::Reply, {}});
+        transport.written.clear();
+        transport.pauses.clear();
+        replied.clear();
+    }
 
     // Submits, and checks that nothing is told inside the call.
     void submit(const Request &request)
@@ -80,6 +89,13 @@ struct Channel {
     }
     // The instrument answers the index-th frame written.
     void answer(qsizetype index, const QByteArray &payload) { deliver({transport.sent(index).sequence, Protocol::Reply, payload}); }
+    // ... or the request for the data at the address, however often it went.
+    void answerAt(int32_t address, const QByteArray &payload)
+    {
+        for (qsizetype i = 0; i < transport.written.size(); ++i)
+            if (Protocol::Reader(transport.sent(i).payload).u32() == uint32_t(address))
+                return answer(i, payload);
+    }
     // ... or says every 100 ms that it is busy with it, count times or until it is given up on.
     void busy(uint8_t sequence, int count)
     {
@@ -96,12 +112,12 @@ struct Channel {
     QByteArray sentPayload(qsizetype index) const { return transport.sent(index).payload; }
 };
 
-enum class Fault { LostBefore, LostAfter, WriteFailsInside, WriteFailsAfter, Silence, BusyForEver };
+enum class Fault { LostBefore, LostAfter, WriteFailsInside, WriteFailsAfter, Silence, BusyForEver, EverySendDamaged };
 enum class Before { Nothing, AnswerAtOnce, AnswerAfterResend };
 enum class Then { Nothing, PartOfTheAnswer, PartOfAnotherAnswer, PartOfABusyFrame, Timeout };
 // What answers the loader's Hello: the boot ROM, the package's transfer program left running,
 // another transfer program, a program that knows neither Hello nor LoadBlock.
-enum class Load { Whole, SecondBlockRefused, PortGoes, LoaderGoes, SameProgram, OtherProgram, NoBootRom };
+enum class Load { Whole, Noisy, BlockRefused, PortGoes, LoaderGoes, SameProgram, OtherProgram, NoBootRom };
 constexpr double MsPerByte = 0.1;
 constexpr int PackageRate = 115200;
 
@@ -191,19 +207,35 @@ private slots:
     }
 
     // The instrument's events: N answers the N-th request, "other" a number not on the way,
-    // "nak" says a request came damaged, "busy" keeps the first busy for a second, "timeout"
-    // lets the wait for an answer run out. Then the requests answered and written, in order.
+    // "nak" says requests came damaged without saying which, "nak:I:K" that K frames came
+    // damaged after the I-th request arrived intact ("-": none did, "x": a number not sent
+    // lately), "damaged" is a frame from the instrument that arrives damaged, "busy" keeps the
+    // first busy for a second, "timeout" lets a wait run out. Then the requests answered and
+    // written, in order: only what was lost goes again.
     void answersAreTakenByTheirNumber_data()
     {
         QTest::addColumn<int>("requests");
         QTest::addColumn<QString>("events");
         QTest::addColumn<QString>("replies");
         QTest::addColumn<QString>("sends");
-        QTest::newRow("in any order") << 3 << "1 0 2" << "102" << "012";
+        QTest::newRow("in order") << 3 << "0 1 2" << "012" << "012";
+        QTest::newRow("an answer overtaken: its request goes again") << 3 << "1 0 2" << "102" << "0120";
         QTest::newRow("another's answer, a duplicate") << 1 << "other 0 0" << "0" << "0";
         QTest::newRow("a missing answer is asked again") << 1 << "timeout 0" << "0" << "00";
-        QTest::newRow("only the unanswered go again") << 3 << "0 2 timeout 1" << "021" << "0121";
-        QTest::newRow("a nak sends every unanswered now") << 3 << "0 nak 1 2" << "012" << "01212";
+        QTest::newRow("a wait that runs out sends every unanswered") << 3 << "0 timeout 1 2" << "012" << "01212";
+        QTest::newRow("a nak that names none sends every unanswered") << 3 << "0 nak 1 2" << "012" << "01212";
+        QTest::newRow("a nak names the damaged one") << 3 << "nak:0:1 0 1 2" << "012" << "0121";
+        QTest::newRow("... or two") << 3 << "nak:0:2 0 1 2" << "012" << "01212";
+        QTest::newRow("... the first of all") << 3 << "nak:-:1 0 1 2" << "012" << "012012";
+        QTest::newRow("damage after the last send: it may have been that send") << 3 << "nak:2:1 0 1 2" << "012" << "0122";
+        QTest::newRow("... a request sent again after it arrived intact") << 1 << "timeout nak:0:1 0" << "0" << "000";
+        QTest::newRow("a damaged one sent again since: not again") << 3 << "nak:0:1 nak:0:1 0 1 2" << "012" << "0121";
+        QTest::newRow("a number not sent lately: every unanswered") << 3 << "nak:x:1 0 1 2" << "012" << "012012";
+        QTest::newRow("a damaged answer, then silence: the oldest goes again")
+            << 3 << "damaged timeout 0 1 2" << "012" << "0120";
+        QTest::newRow("... two: the two oldest") << 3 << "damaged damaged timeout 0 1 2" << "012" << "01201";
+        QTest::newRow("... then an answer to a later send: one sent before that send")
+            << 3 << "nak:0:2 0 damaged 2 1" << "021" << "012121";
         QTest::newRow("busy frames hold the resend off") << 1 << "busy 0" << "0" << "0";
     }
     void answersAreTakenByTheirNumber()
@@ -224,7 +256,13 @@ private slots:
                 c.busy(numbers[0], 10); // four times as long as a plain answer may take
             else if (event == QLatin1String("nak"))
                 c.deliver(Frame{0, Protocol::Nak, {}});
-            else
+            else if (event == QLatin1String("damaged"))
+                c.transport.deliver(QByteArray::fromHex("c0" "0180" "0600" "c0")); // cut short after its header
+            else if (event.startsWith(QLatin1String("nak:"))) {
+                const QString named = event.section(QLatin1Char(':'), 1, 1);
+                const uint8_t intact = named == QLatin1String("-") ? 0 : named == QLatin1String("x") ? uint8_t(numbers[0] + 100) : numbers[named.toInt()];
+                c.deliver({0, Protocol::Nak, Protocol::Writer().u8(intact).u8(uint8_t(event.section(QLatin1Char(':'), 2).toInt())).done()});
+            } else
                 c.deliver({event == QLatin1String("other") ? uint8_t(numbers[0] + 100) : numbers[event.toInt()], Protocol::Reply, {}});
         }
         QString replies, sends;
@@ -264,6 +302,9 @@ private slots:
                                         << LinkTimeouts::MaxAttempts;
         QTest::newRow("busy for ever") << 0 << Fault::BusyForEver << Link::Failure::NoAnswer
                                        << "busy with one request for over 1.5 seconds" << 1;
+        QTest::newRow("every send damaged") << 0 << Fault::EverySendDamaged << Link::Failure::NoAnswer
+                                            << "the line damaged 32 sends of one request; check the cable"
+                                            << LinkTimeouts::MostSendsOfOneRequest;
     }
     void failuresAreToldOnceWithTheirCause()
     {
@@ -274,6 +315,8 @@ private slots:
         c.pipeline.expectRange(0x5000, 10 * 240);
         if (fault == Fault::WriteFailsInside || fault == Fault::WriteFailsAfter)
             c.transport.failNextWrites(1, fault == Fault::WriteFailsInside ? When::InsideTheCall : When::FromTheEventLoop);
+        if (fault == Fault::EverySendDamaged)
+            c.transport.damages = [](qsizetype) { return true; };
         for (int i = 0; i < blocks; ++i)
             c.submit(program(0x5000 + i * 240));
         if (fault == Fault::LostBefore)
@@ -296,15 +339,16 @@ private slots:
     }
 
     // On a line faster than its rate (an unpaced pseudo-terminal, a USB device) the link's
-    // estimates of when its bytes have left must not run ahead: after a thousand blocks one
-    // lost answer is asked for again within its own wire time and the margin.
+    // estimates of when its bytes have left must not run ahead: after a thousand blocks a lost
+    // answer with no later one to show it lost is asked for again within its own wire time and
+    // the margin.
     void aLostAnswerIsAskedAgainPromptlyOnAFastLine()
     {
         constexpr int Blocks = 1000;
         Channel c;
         c.transport.msPerByte = 1000.0 * 11 / 115200; // 115200 baud, 8E1
         c.transport.instrument = [](const Frame &) { return Protocol::Writer().u16(Protocol::Status::Done).u32(0).done(); };
-        c.transport.lostAnswers = {Blocks - 100};
+        c.transport.lostAnswers = {Blocks - 1};
         int sent = 0;
         const auto sendBlock = [&] {
             if (sent++ < Blocks)
@@ -315,7 +359,34 @@ private slots:
             sendBlock();
         QTRY_COMPARE_WITH_TIMEOUT(c.replied.size(), Blocks - 1, 30000);
         QTRY_COMPARE_WITH_TIMEOUT(c.transport.written.size(), Blocks + 1, 1000);
-        QCOMPARE(c.transport.sent(Blocks).sequence, c.transport.sent(Blocks - 100).sequence);
+        QCOMPARE(c.transport.sent(Blocks).sequence, c.transport.sent(Blocks - 1).sequence);
+    }
+
+    // Requests on the way before any answer: three for any instrument; more when it names a
+    // receive buffer that holds those behind the oldest and one more of the largest, counted
+    // as they go on the wire; never more than it keeps answers for.
+    void requestsOnTheWay_data()
+    {
+        QTest::addColumn<int>("receiveBuffer");
+        QTest::addColumn<int>("payload");
+        QTest::addColumn<char>("fill");
+        QTest::addColumn<int>("onTheWay");
+        QTest::newRow("any instrument") << 0 << 40 << 'p' << 3;
+        QTest::newRow("a buffer for one of the largest frames") << 8210 << 40 << 'p' << 3;
+        QTest::newRow("small blocks: as many as answers are kept") << 32768 << 40 << 'p' << 8;
+        QTest::newRow("the largest blocks") << 24630 << 4006 << 'p' << 6;
+        QTest::newRow("the largest blocks, stuffed") << 24630 << 4006 << '\xC0' << 4;
+    }
+    void requestsOnTheWay()
+    {
+        QFETCH(int, receiveBuffer);
+        QFETCH(int, payload);
+        QFETCH(char, fill);
+        Channel c;
+        c.link.setReceiveBuffer(receiveBuffer);
+        while (c.link.hasRoom() && c.link.outstanding() < 20)
+            c.link.request(Protocol::Program, QByteArray(payload, fill), 6);
+        QTEST(c.link.outstanding(), "onTheWay");
     }
 
     // The link lets the transport stop reading while no answer it needs can be whole; never
@@ -369,35 +440,39 @@ private slots:
                  qPrintable(QString::number(paused)));
     }
 
-    // The boot ROM takes the program block by block, then starts it; the same program left
-    // running is used again; another program, or one that takes none, is a clear failure; a
-    // loader that goes sends nothing more.
+    // The boot ROM takes the program block by block on a new channel, the first blocks short
+    // until the line has answered some, all short while it damages frames, then starts it; the
+    // same program left running is used again; another program, or one that takes none, is a
+    // clear failure; a loader that goes sends nothing more.
     void theTransferProgramIsLoadedAndStarted_data()
     {
         QTest::addColumn<Load>("load");
         QTest::addColumn<QString>("outcome");
         QTest::addColumn<int>("sends");
+        QTest::addColumn<QString>("sizes"); // of the blocks loaded, each new one as it comes
         const QString powerCycle = QStringLiteral("; switch the instrument off and on, then repeat the update");
-        QTest::newRow("loaded and started") << Load::Whole << "started 0" << 5;
-        QTest::newRow("a block refused") << Load::SecondBlockRefused << "the boot ROM refused the block at 20100 (status 1)" << 3;
-        QTest::newRow("the port goes") << Load::PortGoes << ScriptedTransport::Lost << 1;
-        QTest::newRow("the loader goes") << Load::LoaderGoes << "" << 1;
-        QTest::newRow("the same program still runs") << Load::SameProgram << "started 0" << 1;
+        QTest::newRow("loaded and started") << Load::Whole << "started 0" << 6 << "64 128 256 152";
+        QTest::newRow("every third send damaged") << Load::Noisy << "started 0" << 22 << "64 48 8";
+        QTest::newRow("a block refused") << Load::BlockRefused << "the boot ROM refused the block at 200c0 (status 1)" << 4
+                                         << "64 128 256";
+        QTest::newRow("the port goes") << Load::PortGoes << ScriptedTransport::Lost << 1 << "";
+        QTest::newRow("the loader goes") << Load::LoaderGoes << "" << 1 << "";
+        QTest::newRow("the same program still runs") << Load::SameProgram << "started 0" << 1 << "";
         QTest::newRow("another program runs") << Load::OtherProgram
                                               << "another transfer program runs in the instrument (CRC-32 ce3037ca, 600 bytes; "
                                                  "this package's is ce3037c9, 600 bytes)" + powerCycle
-                                              << 1;
+                                              << 1 << "";
         QTest::newRow("no boot ROM answers") << Load::NoBootRom
                                              << "the instrument runs a program that takes no transfer program (status 65535 at "
                                                 "the block at 20000)" + powerCycle
-                                             << 2;
+                                             << 2 << "64";
     }
     void theTransferProgramIsLoadedAndStarted()
     {
         QFETCH(Load, load);
         QFETCH(QString, outcome);
         constexpr uint32_t ImageCrc = 0xCE3037C9; // 600 bytes of "k"
-        Channel c;
+        Channel c(0);
         c.transport.instrument = [&](const Frame &request) {
             const bool running = load == Load::SameProgram || load == Load::OtherProgram;
             if (request.type == Protocol::Hello && running)
@@ -406,11 +481,13 @@ private slots:
                 return Protocol::Writer().u32(Protocol::StartResult::Running).done();
             if (request.type == Protocol::Hello || load == Load::NoBootRom)
                 return Protocol::Writer().u16(Protocol::Status::Unknown).done();
-            const bool refused = load == Load::SecondBlockRefused && Protocol::Reader(request.payload).u32() == 0x20100;
+            const bool refused = load == Load::BlockRefused && Protocol::Reader(request.payload).u32() == 0x200C0;
             return Protocol::Writer().u16(refused ? Protocol::Status::BadBlockSum : Protocol::Status::Ok).done();
         };
         if (load == Load::PortGoes)
             c.transport.failNextWrites(1, When::FromTheEventLoop);
+        if (load == Load::Noisy)
+            c.transport.damages = [](qsizetype write) { return write % 3 == 1; };
         auto loader = std::make_unique<TransferProgramLoader>(c.link, QByteArray(600, 'k'), 0x20000, 0x20000);
         QStringList outcomes;
         connect(loader.get(), &TransferProgramLoader::finished, this, [&](uint32_t result) { outcomes << QStringLiteral("started %1").arg(result); });
@@ -424,16 +501,30 @@ private slots:
         QCOMPARE(outcomes.value(0), outcome);
         QTEST(int(c.transport.written.size()), "sends");
         QCOMPARE(c.transport.sent(0).type, uint8_t(Protocol::Hello)); // first, on every channel
-        for (qsizetype i = 1; i < c.transport.written.size() && c.transport.sent(i).type == Protocol::LoadBlock; ++i)
-            QCOMPARE(Protocol::Reader(c.transport.sent(i).payload).u32(), uint32_t(0x20000 + (i - 1) * Protocol::LoadBlockBytes));
+        uint32_t next = 0x20000, last = next; // each block is the next or the last again
+        QStringList sizes;
+        for (qsizetype i = 1; i < c.transport.written.size() && c.transport.sent(i).type == Protocol::LoadBlock; ++i) {
+            Protocol::Reader block(c.transport.sent(i).payload);
+            const uint32_t address = block.u32();
+            const auto bytes = QString::number(block.rest().size() - 1); // after the block sum
+            QVERIFY(address == next || address == last);
+            last = address;
+            next = std::max(next, address + bytes.toUInt());
+            if (sizes.value(sizes.size() - 1) != bytes)
+                sizes << bytes;
+        }
+        QTEST(sizes.join(QLatin1Char(' ')), "sizes");
+        if (outcome == QLatin1String("started 0") && load != Load::SameProgram)
+            QCOMPARE(next, 0x20000u + 600);
     }
 
     // The engine's blocks within an image of `blocks` blocks (0: none announced). Events: sN the
-    // engine submits block N, aN the instrument answers the N-th frame written ("done"), or
-    // aN:K with a refusal at block K's address. Then what the engine was told, and the frames
-    // written: blocks are answered on their way but for the image's last, whose answer waits
-    // for every block's and carries the first refusal; a refusal answers the next block
-    // unsent; the oldest block on the way is never outrun by more than the instrument keeps.
+    // engine submits block N, aN the instrument answers block N ("done"), or aN:K with a refusal
+    // at block K's address. Then what the engine was told, and the frames written: blocks are
+    // answered on their way but for the image's last, whose answer waits for every block's and
+    // carries the first refusal; a refusal answers the next block unsent; a block whose answer
+    // is overtaken goes again; the oldest block on the way is never outrun by more than the
+    // instrument keeps.
     void programBlocks_data()
     {
         QTest::addColumn<int>("blocks");
@@ -441,15 +532,15 @@ private slots:
         QTest::addColumn<QString>("told"); // status@block of each answer to the engine
         QTest::addColumn<int>("written");
         QTest::newRow("on their way, the last after every answer")
-            << 4 << "s0 s1 s2 s3 a0 a3 a1 a2" << "66@0 66@1 66@2 66@3" << 4;
-        QTest::newRow("the last waits for the blocks before it") << 4 << "s0 s1 s2 s3 a0 a3 a1" << "66@0 66@1 66@2" << 4;
+            << 4 << "s0 s1 s2 s3 a0 a3 a1 a2" << "66@0 66@1 66@2 66@3" << 6;
+        QTest::newRow("the last waits for the blocks before it") << 4 << "s0 s1 s2 s3 a0 a3 a1" << "66@0 66@1 66@2" << 6;
         QTest::newRow("a refusal answers the next block") << 4 << "s0 s1 a0:0 s2" << "66@0 66@1 67@0" << 2;
         QTest::newRow("a refusal before the last comes with it")
-            << 4 << "s0 s1 s2 s3 a0 a3:1 a2:1 a1:1" << "66@0 66@1 66@2 67@1" << 4;
-        QTest::newRow("the last refused") << 2 << "s0 s1 a1:1 a0" << "66@0 67@1" << 2;
+            << 4 << "s0 s1 s2 s3 a0 a3:1 a2:1 a1:1" << "66@0 66@1 66@2 67@1" << 6;
+        QTest::newRow("the last refused") << 2 << "s0 s1 a1:1 a0" << "66@0 67@1" << 3;
         QTest::newRow("the oldest on the way is not outrun")
             << 12 << "s0 s1 s2 a1 s3 a2 s4 a3 s5 a4 s6 a5 s7 a6 s8 a7 a0"
-            << "66@0 66@1 66@2 66@3 66@4 66@5 66@6 66@7 66@8" << 9;
+            << "66@0 66@1 66@2 66@3 66@4 66@5 66@6 66@7 66@8" << 13;
         QTest::newRow("no image announced: each waits for its answer") << 0 << "s0 a0 s1 a1" << "66@0 66@1" << 2;
     }
     void programBlocks()
@@ -466,9 +557,9 @@ private slots:
             if (event.startsWith(QLatin1Char('s')))
                 c.submit(program(address(n)));
             else if (parts.size() == 1)
-                c.answer(n, programAnswer(Protocol::Status::Done, address(n)));
+                c.answerAt(address(n), programAnswer(Protocol::Status::Done, address(n)));
             else
-                c.answer(n, programAnswer(Protocol::Status::ProgramFailed, address(parts[1].toInt())));
+                c.answerAt(address(n), programAnswer(Protocol::Status::ProgramFailed, address(parts[1].toInt())));
         }
         QStringList told;
         for (qsizetype i = 0; i < c.answered.size(); ++i) {
@@ -481,6 +572,83 @@ private slots:
         const bool nothingOnTheWay = c.link.outstanding() == 0;
         c.submit(voltageOff); // carried out after every block
         QCOMPARE(c.transport.sent(c.transport.written.size() - 1).type == Protocol::VoltageOff, nothingOnTheWay);
+    }
+
+    // While the line damages every n-th frame the engine's blocks and reads go in parts, the
+    // smaller the more it damages, and only the damaged parts go again; once it is clean they go
+    // whole again. The engine sees one answer per request, the right one, and the instrument
+    // has every byte in place.
+    void partsFollowTheLine_data()
+    {
+        QTest::addColumn<Kind>("kind");
+        QTest::addColumn<int>("damagedEvery");
+        QTest::addColumn<int>("noisyPart"); // the largest part over the noisy line's last blocks
+        QTest::newRow("blocks, every fourth frame damaged") << Kind::Program << 4 << 64;
+        QTest::newRow("blocks, every other frame damaged") << Kind::Program << 2 << 32;
+        QTest::newRow("reads, every fourth frame damaged") << Kind::Read << 4 << 48;
+    }
+    void partsFollowTheLine()
+    {
+        QFETCH(Kind, kind);
+        QFETCH(int, damagedEvery);
+        constexpr int Block = 240, Noisy = 100, Clean = 300, Last = 10;
+        Channel c;
+        QByteArray flash(Block * (Noisy + Clean), '\0');
+        for (qsizetype i = 0; i < flash.size(); ++i)
+            flash[i] = char(i * 7 + i / 251);
+        const QByteArray image = flash;
+        if (kind == Kind::Program)
+            flash.fill('\xFF');
+        c.transport.instrument = [&](const Frame &request) {
+            Protocol::Reader fields(request.payload);
+            if (request.type == Protocol::Read) {
+                fields.u8();
+                const uint32_t address = fields.u32();
+                return Protocol::Writer().u16(Protocol::Status::Ok).bytes(flash.mid(address, fields.u32())).done();
+            }
+            const uint32_t address = fields.u32();
+            fields.u8();
+            fields.u8();
+            const QByteArray data = fields.rest();
+            flash.replace(address, data.size(), data);
+            return programAnswer(Protocol::Status::Done, int32_t(address));
+        };
+        c.pipeline.expectRange(0, int32_t(flash.size()));
+        const auto partBytes = [&](qsizetype write) {
+            Protocol::Reader fields(c.transport.sent(write).payload);
+            if (kind == Kind::Program)
+                return int(fields.rest().size()) - 6;
+            fields.u8();
+            fields.u32();
+            return int(fields.u32());
+        };
+        c.transport.damages = [=](qsizetype write) { return write % damagedEvery == 0; };
+        int largestPart = 0;
+        qsizetype damaged = 0;
+        for (int block = 0; block < Noisy + Clean; ++block) {
+            if (block == Noisy) { // the line is clean from here on
+                c.transport.damages = nullptr;
+                damaged = (c.transport.written.size() + damagedEvery - 1) / damagedEvery;
+            }
+            if (block == Noisy - Last || block == Noisy + Clean - Last)
+                largestPart = 0;
+            const qsizetype before = c.transport.written.size();
+            c.submit(kind == Kind::Program ? program(block * Block, image.mid(block * Block, Block)) : read(block * Block, Block));
+            for (int round = 0; round < 100 && c.answered.size() <= block; ++round)
+                QCoreApplication::processEvents();
+            QCOMPARE(c.answered.size(), block + 1);
+            const QByteArray told = c.answerPayload(block);
+            QCOMPARE(told, kind == Kind::Program ? programAnswer(Protocol::Status::Done, block * Block)
+                                                 : readAnswer(0, 0).left(2) + image.mid(block * Block, Block));
+            for (qsizetype i = before; i < c.transport.written.size(); ++i)
+                largestPart = std::max(largestPart, partBytes(i));
+            if (block == Noisy - 1)
+                QTEST(largestPart, "noisyPart");
+        }
+        QCOMPARE(largestPart, Block);
+        QTRY_COMPARE(c.link.outstanding(), 0);
+        QCOMPARE(flash, image);
+        QCOMPARE(c.link.retransmissions(), damaged);
     }
 
     // A read also asks for the block after it, never past the end of the range being read,
@@ -566,7 +734,7 @@ private slots:
         c.transport.instrument = [&](const Frame &request) {
             if (request.type == Protocol::Abilities)
                 return named < 0 ? Protocol::Writer().u16(Protocol::Status::Unknown).done()
-                                 : Protocol::Writer().u16(Protocol::Status::Ok).u32(uint32_t(named)).u32(3).done();
+                                 : Protocol::Writer().u16(Protocol::Status::Ok).u32(uint32_t(named)).u32(3).u32(0).done();
             const bool refused = declined.contains(int(Protocol::Reader(request.payload).u32()));
             return Protocol::Writer().u16(refused ? Protocol::Status::RateNotTaken : Protocol::Status::Ok).done();
         };
@@ -608,7 +776,7 @@ private slots:
             if (n == 2)
                 compressor.startImage();
             blocks << code.mid(n * 7, block);
-            sent << compressor.pack(program(0x1000 + n * block, block).payload.left(6) + blocks.last());
+            sent << compressor.pack(program(0x1000 + n * block).payload.left(6) + blocks.last());
         }
         for (qsizetype n = sent.size() - 1; n >= 0; --n) { // last first
             QCOMPARE(sent[n].type, uint8_t(Protocol::ProgramPacked));
@@ -620,7 +788,7 @@ private slots:
             QVERIFY2(data.size() < block / 2, qPrintable(QString::number(data.size())));
             QCOMPARE(inflated(data, block), blocks[n]);
         }
-        const QByteArray plain = program(0x9000, block).payload.left(6) + random;
+        const QByteArray plain = program(0x9000).payload.left(6) + random;
         const BlockCompressor::Request unchanged = compressor.pack(plain);
         QCOMPARE(unchanged.type, uint8_t(Protocol::Program));
         QCOMPARE(unchanged.payload, plain);

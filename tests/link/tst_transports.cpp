@@ -1,8 +1,10 @@
 // The transports: what opening each says; the serial transport on a real pseudo-terminal
 // (writes the driver cannot take at once, pauses in reading, hang-ups); the GPIB port map
-// entries and the "++" controller's escaping as the emulated controller undoes it; and
+// entries and the "++" controller's escaping as the emulated controller undoes it; requests
+// and answers through the GPIB transports; the simulated instrument's paced line; and
 // linux-gpib's blocking calls kept off the program's thread, with a stand-in library.
 #include "instrument/GpibControllerEmulation.h"
+#include "instrument/PtyPort.h"
 #include "link/GpibControllerTransport.h"
 #include "link/Link.h"
 #include "link/LinuxGpibTransport.h"
@@ -55,7 +57,12 @@ struct FakeGpib {
     void (*script)(int ibdevFails, int ibwrtFails) = reinterpret_cast<decltype(script)>(dlsym(library, "fakeGpibScript"));
     int (*callsOn)(pthread_t) = reinterpret_cast<decltype(callsOn)>(dlsym(library, "fakeGpibCallsOn"));
     int (*reads)() = reinterpret_cast<decltype(reads)>(dlsym(library, "fakeGpibReads"));
-    ~FakeGpib() { dlclose(library); }
+    void (*answer)(std::string (*)(const std::string &)) = reinterpret_cast<decltype(answer)>(dlsym(library, "fakeGpibAnswer"));
+    ~FakeGpib()
+    {
+        answer(nullptr);
+        dlclose(library);
+    }
 };
 
 // A "++" controller on a local TCP port: the emulated one, or one that never answers.
@@ -72,6 +79,38 @@ struct NetworkController : QObject {
                 connect(&emulation, &GpibControllerEmulation::toHost, host, [host](const QByteArray &b) { host->write(b); });
             }
         });
+    }
+};
+
+// An instrument that answers each request with its payload.
+QByteArray echoes(FrameDecoder &decoder, const QByteArray &bytes)
+{
+    QByteArray answers;
+    for (const Frame &request : decoder.feed(bytes))
+        answers += Frame{request.sequence, Protocol::Reply, request.payload}.encode();
+    return answers;
+}
+
+// ... on linux-gpib's stand-in, which asks on the worker's thread.
+std::string echoesOnTheBus(const std::string &written)
+{
+    static FrameDecoder decoder;
+    return echoes(decoder, QByteArray::fromStdString(written)).toStdString();
+}
+
+// ... behind the emulated controller, on a line paced at a USB controller's rate.
+struct EchoingInstrument : QObject {
+    PtyPort line{PtyPort::Line::GpibController, 100000 * 11, true};
+    GpibControllerEmulation controller;
+    FrameDecoder decoder;
+    explicit EchoingInstrument(GpibControllerEmulation::EndMark endMark) : controller(Address, endMark)
+    {
+        QString error;
+        line.open(&error);
+        connect(&line, &PtyPort::received, &controller, &GpibControllerEmulation::receive);
+        connect(&controller, &GpibControllerEmulation::toHost, &line, &PtyPort::write);
+        connect(&controller, &GpibControllerEmulation::toInstrument, this,
+                [this](const QByteArray &bytes) { controller.fromInstrument(echoes(decoder, bytes)); });
     }
 };
 
@@ -335,6 +374,75 @@ private slots:
             QCOMPARE(toInstrument.size(), 1);
             QCOMPARE(toInstrument.at(0).at(0).toByteArray(), frame);
         }
+    }
+
+    // Requests and answers full of the bytes that the controller and the frames treat
+    // specially, with the link's window full, reach the other end whole and once: no request
+    // sent again.
+    void gpibRequestsAndAnswers_data()
+    {
+        QTest::addColumn<Kind>("kind");
+        QTest::addColumn<GpibControllerEmulation::EndMark>("endMark");
+        QTest::newRow("a USB controller") << Kind::Usb << GpibControllerEmulation::EndMark::OnRequest;
+        QTest::newRow("a controller that cannot mark where a message ends") << Kind::Usb << GpibControllerEmulation::EndMark::Never;
+        QTest::newRow("linux-gpib") << Kind::LinuxGpib << GpibControllerEmulation::EndMark::Never;
+    }
+    void gpibRequestsAndAnswers()
+    {
+        QFETCH(Kind, kind);
+        QFETCH(GpibControllerEmulation::EndMark, endMark);
+        constexpr int Requests = 60;
+        FakeGpib fake;
+        fake.script(0, 0);
+        fake.answer(echoesOnTheBus);
+        EchoingInstrument instrument(endMark);
+        std::unique_ptr<Transport> transport;
+        if (kind == Kind::LinuxGpib)
+            transport = std::make_unique<LinuxGpibTransport>(target(Controller::LinuxGpib), QStringLiteral(VARNOLT_FAKE_GPIB));
+        else
+            transport = std::make_unique<GpibControllerTransport>(target(Controller::PlusPlusSerial, instrument.line.devicePath()));
+        QSignalSpy opened(transport.get(), &Transport::opened);
+        transport->open();
+        QTRY_COMPARE(opened.size(), 1);
+        Link link(*transport);
+        QList<QByteArray> sent, answered;
+        const auto next = [&] {
+            while (sent.size() < Requests && link.hasRoom()) {
+                sent << QByteArray("\n\r\x1b+\xc0\xdb\n++read eoi\n").repeated(sent.size() % 40 + 1);
+                link.request(Protocol::Program, sent.last(), int(sent.last().size()));
+            }
+        };
+        connect(&link, &Link::replied, this, [&](uint8_t, const QByteArray &payload) {
+            answered << payload;
+            next();
+        });
+        next();
+        QTRY_COMPARE_WITH_TIMEOUT(answered.size(), Requests, 20000);
+        QCOMPARE(answered, sent);
+        QCOMPARE(link.retransmissions(), 0);
+    }
+
+    // The simulated line hands the instrument the host's bytes in order, also when the
+    // instrument writes part-way through a piece it was handed (the emulated controller answers
+    // a read in the middle of a line), however fast the line.
+    void theSimulatedLineKeepsTheHostsOrder()
+    {
+        PtyPort line(PtyPort::Line::GpibController, std::numeric_limits<int>::max(), true);
+        QString error;
+        QVERIFY2(line.open(&error), qPrintable(error));
+        const int host = ::open(qPrintable(line.devicePath()), O_RDWR | O_NOCTTY | O_NONBLOCK);
+        QByteArray sent(4000, '\0');
+        for (int i = 0; i < sent.size(); ++i)
+            sent[i] = char(i * 7);
+        QByteArray arrived;
+        connect(&line, &PtyPort::received, this, [&](const QByteArray &bytes) {
+            line.write("answer");
+            arrived += bytes;
+        });
+        QCOMPARE(::write(host, sent.constData(), size_t(sent.size())), ssize_t(sent.size()));
+        QTRY_COMPARE(arrived.size(), sent.size());
+        QCOMPARE(arrived, sent);
+        ::close(host);
     }
 
     // ibrd waits for the device's timeout while no instrument talks, and ibwrt fails at once

@@ -3,6 +3,7 @@
 #include "tests/wizard/WizardFixture.h"
 
 #include "engine/QX_UploadProcess.h"
+#include "wizard/HelpLocation.h"
 #include "wizard/MessageBoxPrompt.h"
 #include "wizard/PackageList.h"
 
@@ -272,6 +273,33 @@ private slots:
         QCOMPARE(w.lstPackages().item(2)->text(), QStringLiteral("Browsed"));
         QCOMPARE(w.lstPackages().currentRow(), 2);
         QCOMPARE(w.engine()->package().path(), other.path());
+    }
+
+    // The help next to the program (a build tree) or in the installation's shared data (a
+    // package: bin/../share/varnolt); when neither holds it, the place next to the program.
+    void helpLocation_data()
+    {
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QString>("expected");
+        const QString beside = QStringLiteral("bin/Varnolt.html");
+        const QString installed = QStringLiteral("share/varnolt/Varnolt.html");
+        QTest::newRow("build tree") << QStringList{beside} << beside;
+        QTest::newRow("installed") << QStringList{installed} << installed;
+        QTest::newRow("both") << QStringList{beside, installed} << beside;
+        QTest::newRow("neither") << QStringList{} << beside;
+    }
+    void helpLocation()
+    {
+        QFETCH(QStringList, files);
+        QFETCH(QString, expected);
+        QTemporaryDir prefix;
+        QVERIFY(QDir(prefix.path()).mkpath(QStringLiteral("bin")));
+        for (const QString &file : files) {
+            QVERIFY(QDir(prefix.path()).mkpath(QFileInfo(file).path()));
+            QFile help(prefix.filePath(file));
+            QVERIFY(help.open(QIODevice::WriteOnly));
+        }
+        QCOMPARE(HelpLocation::find(prefix.filePath(QStringLiteral("bin"))), prefix.filePath(expected));
     }
 };
 

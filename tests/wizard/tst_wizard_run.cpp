@@ -403,6 +403,36 @@ private slots:
         QCOMPARE(openedWith, QStringLiteral("clsid:C18F5D02-6E47-4A3B-8B91-2D7E4F6A9C03 GPIB0"));
         QVERIFY(w.resultText().startsWith(Success));
     }
+
+    // A port that does not open: the Finished step says so, and a message shows what the port
+    // doctor finds there, each problem with its fix.
+    void portThatDoesNotOpen()
+    {
+        WizardFixture f;
+        const QString missing = f.folder.filePath(QStringLiteral("ttyUSB9"));
+        const QByteArray previousMap = qgetenv("TROVEX_PORTS");
+        qputenv("TROVEX_PORTS", "COM1=" + QFile::encodeName(missing));
+        f.addPackage(QStringLiteral("a.KDPKG"));
+        f.prepareLayer = [&](ScriptedAppLayer &layer) {
+            layer.setOpenErrorCode(1);
+            layer.setErrorText(QStringLiteral("the serial device %1 does not exist").arg(missing));
+        };
+        frmWizard &w = f.open();
+        execute(f);
+        qputenv("TROVEX_PORTS", previousMap);
+        QCOMPARE(w.mnCurStep, int16_t(4));
+        QVERIFY(w.resultText().startsWith(Failed));
+        QCOMPARE(f.prompt.shown.size(), 1);
+        const QStringList advice = f.prompt.shown.first().split(QStringLiteral("\r\n"));
+        // The exact advice is the doctor's own tests' business; what follows the problem depends
+        // on the adapters plugged in here.
+        QCOMPARE(advice.mid(0, 4),
+                 (QStringList{"Varnolt|COM1 did not open. What the port doctor finds there (varnolt-cli doctor COM1 shows it "
+                              "again):",
+                              "", "COM1 opens " + missing + ", as TROVEX_PORTS says", ""}));
+        QVERIFY(advice.value(4).startsWith("Problem: " + missing + " does not exist"));
+        QVERIFY(advice.value(5).startsWith(QStringLiteral("Fix: ")));
+    }
 };
 
 QTEST_MAIN(WizardRunTest)

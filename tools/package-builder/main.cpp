@@ -1,5 +1,6 @@
 // varnolt-mkpkg OUTPUT.KDPKG FOLDER [--comment TEXT]: packs every file of FOLDER into a
 // firmware package.
+#include "resources/VersionOption.h"
 #include "tools/package-builder/PackageBuilder.h"
 
 #include <QCoreApplication>
@@ -8,6 +9,8 @@
 
 int main(int argc, char **argv)
 {
+    if (VersionOption::answer(argc, argv, "varnolt-mkpkg"))
+        return 0;
     QCoreApplication app(argc, argv);
     QStringList args = app.arguments().mid(1);
     QString comment;

@@ -1,17 +1,20 @@
 // varnolt-screenshots OUTDIR: renders every step of the wizard to PNG, with the demo
 // package and a scripted instrument, for the README: a whole update, then one whose erase
-// fails and one cancelled while it programs.
+// fails, one cancelled while it programs, and one whose port does not open, with the port
+// doctor's message.
 #include "engine/AnswerCodes.h"
 #include "tests/support/ScriptedAppLayer.h"
 #include "tools/demo-package/DemoPackage.h"
 #include "tools/package-builder/PackageBuilder.h"
 #include "wizard/HelpViewer.h"
+#include "wizard/MessageBoxPrompt.h"
 #include "wizard/WizardPrompt.h"
 #include "wizard/frmWizard.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTimer>
@@ -19,11 +22,30 @@
 #include <functional>
 
 namespace {
+// Answers every question itself; once photographing is on, shows a notice in a real message
+// box, photographs it and closes it.
 class QuietPrompt : public WizardPrompt {
 public:
+    explicit QuietPrompt(QWidget *parent) : m_boxes(parent) {}
     bool askYesNo(const QString &, const QString &) override { return true; }
-    void showMessage(const QString &, const QString &) override {}
+    void showMessage(const QString &title, const QString &text) override
+    {
+        if (photograph.isEmpty())
+            return;
+        QTimer::singleShot(0, [this] {
+            if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget())) {
+                box->grab().save(photograph);
+                box->accept();
+            }
+        });
+        m_boxes.showMessage(title, text);
+    }
     bool askOkCancel(const QString &, const QString &) override { return true; }
+
+    QString photograph; // where the next notice's picture goes; "" for none
+
+private:
+    MessageBoxPrompt m_boxes;
 };
 class NoHelp : public HelpViewer {
 public:
@@ -58,7 +80,7 @@ int main(int argc, char **argv)
     older.addMember(QStringLiteral("KDCONFIG.INI"), "[HOST]\r\n");
     older.write(folder.filePath(QStringLiteral("Model7-Firmware-2.06.KDPKG")), &error);
 
-    QuietPrompt prompt;
+    QuietPrompt prompt(nullptr);
     NoHelp help;
     frmWizard *shown = nullptr;
     const auto shoot = [&](const char *name) { shown->grab().save(out.filePath(QLatin1String(name))); };
@@ -121,6 +143,18 @@ int main(int argc, char **argv)
     click(frmWizard::BackButton);
     click(frmWizard::NextButton);
     shoot("6-cancelled.png");
+
+    // A port that does not open: COM1 on a USB adapter that is not plugged in.
+    qputenv("TROVEX_PORTS", "COM1=/dev/ttyUSB0");
+    instrument = [](ScriptedAppLayer &layer) {
+        layer.setOpenErrorCode(1);
+        layer.setErrorText(QStringLiteral("the serial device /dev/ttyUSB0 does not exist; check the port name and the "
+                                          "TROVEX_PORTS map"));
+    };
+    prompt.photograph = out.filePath(QStringLiteral("7-port-doctor.png"));
+    click(frmWizard::BackButton);
+    click(frmWizard::BackButton);
+    click(frmWizard::NextButton);
     std::printf("screenshots written to %s\n", qPrintable(out.path()));
     return 0;
 }
