@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Builds, runs every benchmark and prints Markdown tables of the figures. Takes some twenty-five
-# minutes: each throughput row moves 512 KiB at the real line rate, and the noise rows update
-# twenty-five times on a noisy line. The line-rate and
+# Builds, runs every benchmark and prints Markdown tables of the figures. Takes some forty
+# minutes: each throughput row moves 512 KiB at the real line rate, the noise rows update
+# twenty-five times on a noisy line, and the rerun rows update 512 KiB three times and cut
+# forty-four updates short. The line-rate and
 # compression rows program real firmware images from Debian's firmware packages, which the
 # first run fetches with apt-get download into BUILD_DIR/bench-corpus (never into the tree).
 #   bash bench/run-benchmarks.sh [BUILD_DIR]
@@ -68,6 +69,14 @@ for kib in 16 1024 16384; do
 done
 wait_line=$("./$build/bench/bench_wait_cpu")
 echo "| CPU while waiting 2 s for an answer | $(sed -n 's/.*CPU used \([0-9.]*\) s.*/\1/p' <<<"$wait_line") s | ~0 |"
+# Reruns: a succeeded update again, and updates cut short at many points and run again.
+rerun=$("./$build/bench/bench_rerun" speed --cli "$build/cli/varnolt-cli" --instrument "$build/instrument/varnolt-instrument")
+echo "| rerun of a succeeded update, 512 KiB image at 115200 | $(field rerun_s "$rerun") s against $(field full_s "$rerun") s for the update ($(field speedup "$rerun") times faster; with --full $(field full_again_s "$rerun") s) | ≥ 20 times faster |"
+cuts=$("./$build/bench/bench_rerun" cuts --cli "$build/cli/varnolt-cli" --instrument "$build/instrument/varnolt-instrument")
+echo "| rerun after a power cut at 20 evenly spaced points | $(sed -n 's/^cut-power-after exact=\([0-9]*\) of \([0-9]*\)$/\1 of \2/p' <<<"$cuts") byte-exact, calibration file unchanged | 100% |"
+echo "| rerun after a lost port at 20 evenly spaced points | $(sed -n 's/^disconnect-after exact=\([0-9]*\) of \([0-9]*\)$/\1 of \2/p' <<<"$cuts") byte-exact, calibration file unchanged | 100% |"
+echo "| rerun after a cut in the transfer program's load, each erase and the calibration data's write-back | $(sed -n 's/^stages exact=\([0-9]*\) of \([0-9]*\)$/\1 of \2/p' <<<"$cuts") byte-exact, calibration file unchanged | 100% |"
+
 
 # --- The line-rate switch and packed blocks -----------------------------------------------
 # Images of at least 8 KiB, each as it is, repeated end to end up to 512 KiB (smaller ones
@@ -158,3 +167,4 @@ demo_update() {
   rm -rf "$folder"
 }
 echo "| whole update of the demo package: before (no abilities) / after | $(demo_update --basic-transfer-program) / $(demo_update) | - |"
+

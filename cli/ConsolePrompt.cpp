@@ -1,13 +1,16 @@
 #include "cli/ConsolePrompt.h"
 
 #include "cli/ConsoleText.h"
+#include "config/QX_Download.h"
 
 #include <QTextStream>
 #include <unistd.h>
 
 bool ConsolePrompt::askYesNo(const QString &title, const QString &text)
 {
-    if (m_policy != CliOptions::Overwrite::Ask)
+    if (title == QX_Download::InterruptedTitle && m_sameInstrument)
+        return *m_sameInstrument;
+    if (title != QX_Download::InterruptedTitle && m_policy != CliOptions::Overwrite::Ask)
         return m_policy == CliOptions::Overwrite::Always;
     if (!isatty(STDIN_FILENO))
         return false;

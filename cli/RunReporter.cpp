@@ -34,6 +34,23 @@ QString sha256Of(const QString &path)
     return QString::fromLatin1(hash.result().toHex());
 }
 
+QString hexText(uint32_t value)
+{
+    return QStringLiteral("H") + QString::number(value, 16).toUpper();
+}
+
+// "MAIN207.BIN at H10000, 98304 bytes: sum HD4 (instrument HD4), CRC-32 H1A2B3C4D (instrument
+// H1A2B3C4D)"
+QString imageCheckLine(const QX_UploadProcess::ImageCheck &check)
+{
+    const QString crc = check.targetCrc ? QStringLiteral("instrument %1").arg(hexText(*check.targetCrc))
+                                        : QStringLiteral("the transfer program does not answer range checksums");
+    return QStringLiteral("Image %1 at %2, %3 bytes: sum %4 (instrument %5), CRC-32 %6 (%7)")
+        .arg(check.file, hexText(uint32_t(check.address)))
+        .arg(check.length)
+        .arg(hexText(uint32_t(check.hostSum)), hexText(uint32_t(check.targetSum)), hexText(check.hostCrc), crc);
+}
+
 QString outcomeName(bool succeeded, int32_t code)
 {
     if (succeeded)
@@ -58,9 +75,9 @@ bool RunReporter::open(QString *error)
 void RunReporter::begin()
 {
     m_packageSha256 = sha256Of(m_engine.package().path());
-    m_log.write(QStringLiteral("varnolt-cli %1 update\nPackage: %2\nPackage SHA-256: %3\nPort: %4 (%5)\nLanguage: %6")
-                    .arg(QLatin1String(Version::Text), m_engine.package().path(), m_packageSha256, m_engine.ComPort,
-                         device(), m_engine.FirmwareLanguage));
+    m_log.write(QStringLiteral("varnolt-cli %1 %2\nPackage: %3\nPackage SHA-256: %4\nPort: %5 (%6)\nLanguage: %7")
+                    .arg(QLatin1String(Version::Text), CliOptions::name(m_options.command), m_engine.package().path(), m_packageSha256,
+                         m_engine.ComPort, device(), m_engine.FirmwareLanguage));
     if (!serialPort())
         return;
     const int highest = m_options.maxBaud.value_or(0);
@@ -184,7 +201,7 @@ void RunReporter::clearBar()
     m_barShown = false;
 }
 
-void RunReporter::result(bool succeeded, const QString &text, int exitStatus)
+void RunReporter::result(bool succeeded, const QString &text, int exitStatus, const QJsonObject &commandFields)
 {
     m_redraw.stop();
     clearBar();
@@ -192,6 +209,13 @@ void RunReporter::result(bool succeeded, const QString &text, int exitStatus)
     const QString message = ResultText::message(m_engine, succeeded);
     if (m_line)
         m_log.write(QStringLiteral("Line used: ") + lineUsed());
+    for (const QX_UploadProcess::ImageCheck &check : m_engine.imageChecks())
+        m_log.write(imageCheckLine(check));
+    for (const QString &notice : m_engine.notices())
+        m_log.write(QStringLiteral("Notice: ") + notice);
+    if (m_engine.readBackRereads() > 0)
+        m_log.write(QStringLiteral("Read back again: %1 time(s), when the instrument's CRC-32 of a range did not match what arrived")
+                        .arg(m_engine.readBackRereads()));
     m_log.write(QStringLiteral("Result: %1, code %2: %3\nExit status: %4")
                     .arg(outcomeName(succeeded, code))
                     .arg(code)
@@ -200,9 +224,14 @@ void RunReporter::result(bool succeeded, const QString &text, int exitStatus)
     if (m_options.json) {
         if (succeeded)
             emitProgress(1.0); // the budget is an estimate: a run that completed is all done
-        emitJson(resultObject(succeeded, text, exitStatus));
+        QJsonObject object = resultObject(succeeded, text, exitStatus);
+        for (auto field = commandFields.begin(); field != commandFields.end(); ++field)
+            object.insert(field.key(), field.value());
+        emitJson(object);
         return;
     }
+    for (const QString &notice : m_engine.notices())
+        QTextStream(stderr) << "varnolt-cli: " << forConsole(notice) << Qt::endl;
     QTextStream out(stdout);
     if (!m_options.quiet)
         out << Qt::endl;
@@ -229,8 +258,12 @@ QJsonObject RunReporter::resultObject(bool succeeded, const QString &text, int e
                        {QStringLiteral("device"), device()},
                        {QStringLiteral("language"), m_engine.FirmwareLanguage},
                        {QStringLiteral("chips"), chips},
-                       {QStringLiteral("bytesWritten"), qint64(m_engine.BytesWritten)},
-                       {QStringLiteral("bytesVerified"), qint64(m_engine.BytesVerified)}};
+                       {QStringLiteral("bytesWritten"), qint64(m_engine.BytesWritten - m_bytesAlreadyRight)},
+                       {QStringLiteral("bytesAlreadyRight"), qint64(m_bytesAlreadyRight)},
+                       {QStringLiteral("bytesVerified"), qint64(m_engine.BytesVerified)},
+                       {QStringLiteral("images"), imageChecks()},
+                       {QStringLiteral("readBackRereads"), m_engine.readBackRereads()},
+                       {QStringLiteral("notices"), QJsonArray::fromStringList(m_engine.notices())}};
     if (m_line) {
         if (m_line->rate > 0)
             object.insert(QStringLiteral("lineRate"), m_line->rate);
@@ -239,6 +272,23 @@ QJsonObject RunReporter::resultObject(bool succeeded, const QString &text, int e
     if (const QString why = m_engine.openFailureReason(); !why.isEmpty())
         object.insert(QStringLiteral("channelError"), why);
     return object;
+}
+
+QJsonArray RunReporter::imageChecks() const
+{
+    QJsonArray images;
+    for (const QX_UploadProcess::ImageCheck &check : m_engine.imageChecks()) {
+        QJsonObject image{{QStringLiteral("file"), check.file},
+                          {QStringLiteral("address"), qint64(uint32_t(check.address))},
+                          {QStringLiteral("length"), check.length},
+                          {QStringLiteral("sum"), check.hostSum},
+                          {QStringLiteral("instrumentSum"), check.targetSum},
+                          {QStringLiteral("crc32"), qint64(check.hostCrc)}};
+        if (check.targetCrc)
+            image.insert(QStringLiteral("instrumentCrc32"), qint64(*check.targetCrc));
+        images.append(image);
+    }
+    return images;
 }
 
 void RunReporter::error(const QString &text, int exitStatus)

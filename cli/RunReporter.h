@@ -3,12 +3,14 @@
 // current action and its percent, the whole run, bytes per second and time left), or one
 // JSON object per line for machines; and the result. With --log the log file also gets a
 // header (tool, package and its SHA-256, port and device, language, the line rate to try),
-// every line and, last, the line as it was used, the result and the exit status.
+// every line and, last, the line as it was used, each image's checksums, the ranges read back
+// again, the result and the exit status.
 #include "cli/CliOptions.h"
 #include "cli/RunLog.h"
 #include "cli/TimeLeft.h"
 
 #include <QElapsedTimer>
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QObject>
 #include <QTimer>
@@ -33,10 +35,12 @@ public:
     // The line once the transfer program runs: its rate (0 on GPIB), whether program blocks
     // go compressed, and why the rate is not faster.
     void lineSettled(int rate, bool packedBlocks, const QString &note);
+    // A block of an image that the flash held already, so it was not sent.
+    void blockAlreadyRight(int bytes) { m_bytesAlreadyRight += bytes; }
     // A notice during the run that is not one of its log lines.
     void warning(const QString &text);
     // The run's outcome: text is the Finished text.
-    void result(bool succeeded, const QString &text, int exitStatus);
+    void result(bool succeeded, const QString &text, int exitStatus, const QJsonObject &commandFields = {});
     // An error before any run (bad package, unknown port).
     void error(const QString &text, int exitStatus);
 
@@ -46,6 +50,8 @@ private:
     void emitJson(const QJsonObject &object);
     void emitProgress(double overall);
     QJsonObject resultObject(bool succeeded, const QString &text, int exitStatus) const;
+    // Each image's checksums: the 8-bit sum and the CRC-32, the host's and the instrument's.
+    QJsonArray imageChecks() const;
     QString device() const;
     bool serialPort() const;
     QString lineUsed() const;
@@ -70,6 +76,7 @@ private:
         QString note;
     };
     std::optional<LineUse> m_line; // once the transfer program runs
+    int64_t m_bytesAlreadyRight = 0;
     // (milliseconds, bytes) over the last few seconds, for a rate that follows the line.
     std::deque<std::pair<qint64, int64_t>> m_samples;
 };

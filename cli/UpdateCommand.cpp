@@ -1,112 +1,36 @@
 #include "cli/UpdateCommand.h"
 
-#include "cli/ConsolePrompt.h"
-#include "cli/InterruptCancel.h"
-#include "cli/RunReporter.h"
+#include "cli/EngineCommand.h"
 #include "engine/QX_UploadProcess.h"
 #include "engine/ResultText.h"
-#include "trovex/Trovex.h"
-#include "package/Package.h"
+#include "config/UpdateJournal.h"
 
-#include <QFileInfo>
-#include <QPointer>
+#include <unistd.h>
 
 namespace UpdateCommand {
-namespace {
-// From the erase on, a cancelled run may leave the instrument without working firmware.
-const QString EraseWarning = QStringLiteral("the erase has begun: stopping now may leave the instrument without working "
-                                            "firmware until the update is run again. Press Ctrl-C again to stop anyway.");
-
-QStringList listItems(const QString &list)
-{
-    QStringList items;
-    for (const QString &item : list.split(QLatin1Char(',')))
-        items << item.trimmed().toUpper();
-    return items;
-}
-
-// The selectors' rule: a value must be one of the package's; "" when it is, else why not.
-QString checkChoice(const QString &what, const QString &wanted, const QString &offered)
-{
-    const QStringList items = listItems(offered);
-    if (items.contains(wanted.trimmed().toUpper()))
-        return QString();
-    return QStringLiteral("the package offers no %1 %2; it offers %3").arg(what, wanted, items.join(QStringLiteral(", ")));
-}
-
-// Loads the package as the wizard does and applies --port and --language; "" or the reason
-// the update cannot start.
-QString prepare(const CliOptions &options, QX_UploadProcess &engine)
-{
-    if (!QFileInfo(options.package).isFile())
-        return QStringLiteral("no package %1").arg(options.package);
-    engine.setPackage(Package(QFileInfo(options.package).absoluteFilePath()));
-    engine.setFilename(QStringLiteral("KDCONFIG.INI"));
-    if (engine.QX_Error_GetLastError() != 0)
-        return QStringLiteral("the package cannot be loaded: ") + engine.QX_Error_GetLastErrorString();
-    if (!options.port.isEmpty()) {
-        if (QString why = checkChoice(QStringLiteral("port"), options.port, engine.PortList); !why.isEmpty())
-            return why;
-        engine.setComPort(options.port.trimmed().toUpper());
-    }
-    if (!options.language.isEmpty()) {
-        if (QString why = checkChoice(QStringLiteral("language"), options.language, engine.FirmwareLanguages); !why.isEmpty())
-            return why;
-        engine.setFirmwareLanguage(options.language);
-        if (!engine.BuildProgramList())
-            return QStringLiteral("the programs of language %1 cannot be read: ").arg(options.language) + engine.QX_Error_GetLastErrorString();
-    }
-    return QString();
-}
-
-} // namespace
 
 int run(const CliOptions &options, const ApplicationLayerFactory &makeLayer)
 {
-    ConsolePrompt prompt(options.overwrite);
-    // The layer lives only while the channel is open; the rate needs it while it does.
-    QPointer<ApplicationLayer> layer;
-    RunReporter *reporting = nullptr; // the reporter below, which the layer's runs tell how the line was set up
-    QX_UploadProcess engine(
-        [&](const EngineWait &wait) {
-            auto created = makeLayer(wait);
-            layer = created.get();
-            if (const auto *trovex = qobject_cast<const Trovex *>(created.get()))
-                QObject::connect(trovex, &Trovex::lineSettled, trovex,
-                                 [&](int rate, bool packed, const QString &note) { reporting->lineSettled(rate, packed, note); });
-            return created;
-        },
-        prompt);
-    engine.setTransferOnly(options.transferOnly);
-    int64_t bytesMoved = 0; // kept after the channel has closed
-    RunReporter reporter(options, engine, [&] {
-        if (const auto *trovex = qobject_cast<const Trovex *>(layer.data()))
-            bytesMoved = trovex->payloadBytes();
-        return bytesMoved;
-    });
-    reporting = &reporter;
-    QString error;
-    if (!reporter.open(&error) || !(error = prepare(options, engine)).isEmpty()) {
-        reporter.error(error, ExitStatus::BadUsage);
-        return ExitStatus::BadUsage;
-    }
-    reporter.begin();
-
-    InterruptCancel interrupt([&] { engine.Cancel(); }, [&] { reporter.warning(EraseWarning); });
-    QObject::connect(&engine, &QX_UploadProcess::ActionUpdate, &reporter, [&](const QString &line) {
-        reporter.logLine(line);
-        if (engine.eraseBegan())
-            interrupt.warnFirst();
-    });
-    QObject::connect(&engine, &QX_UploadProcess::ProgressUpdate, &reporter, &RunReporter::progress);
-
-    const std::optional<QString> closingText = engine.package().readText(QStringLiteral("Final.txt"));
-    const bool succeeded = engine.Upload();
-    const int status = interrupt.interrupted() ? ExitStatus::Cancelled
-                       : succeeded             ? ExitStatus::Success
-                                               : ExitStatus::UpdateFailed;
-    reporter.result(succeeded, ResultText::compose(engine, succeeded, closingText), status);
-    return status;
+    std::optional<QString> closingText;
+    EngineCommand::Work work;
+    work.prepare = [&](QX_UploadProcess &engine) {
+        closingText = engine.package().readText(QStringLiteral("Final.txt"));
+        // Whose calibration data goes back is for a person to say: unasked, nothing is touched.
+        if (options.sameInstrument || isatty(STDIN_FILENO))
+            return QString();
+        const UpdateJournal journal = UpdateJournal::load();
+        for (const QX_Download &readBack : engine.Downloads)
+            if (journal.holdsInterruptedCopy(readBack.Filename()))
+                return QStringLiteral("an update in this folder was cut short after it began to erase (see %1), and %2 holds what "
+                                      "it saved; say whether this is the same instrument: --same-instrument writes that back, "
+                                      "--other-instrument reads this instrument's own and keeps the saved file aside")
+                    .arg(UpdateJournal::FileName, readBack.Filename());
+        return QString();
+    };
+    work.run = [](QX_UploadProcess &engine) { return engine.Upload(); };
+    work.text = [&](const QX_UploadProcess &engine, bool succeeded) { return ResultText::compose(engine, succeeded, closingText); };
+    work.exitStatus = [](const QX_UploadProcess &, bool succeeded) { return succeeded ? ExitStatus::Success : ExitStatus::UpdateFailed; };
+    return EngineCommand::run(options, makeLayer, work);
 }
 
 } // namespace UpdateCommand

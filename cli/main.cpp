@@ -6,6 +6,7 @@
 #include "cli/ExitStatus.h"
 #include "cli/InfoCommand.h"
 #include "cli/PortsCommand.h"
+#include "cli/ServiceCommands.h"
 #include "cli/UpdateCommand.h"
 #include "link/LineRateLimit.h"
 #include "trovex/Trovex.h"
@@ -37,11 +38,20 @@ int main(int argc, char **argv)
     case CliOptions::Command::Info:
         return InfoCommand::run(options);
     case CliOptions::Command::Update:
+    case CliOptions::Command::Verify:
+    case CliOptions::Command::Read:
+    case CliOptions::Command::Restore:
         break;
     }
     if (!options.maxBaud)
         options.maxBaud = LineRateLimit::fromEnvironment();
-    return UpdateCommand::run(options, [&options](const EngineWait &wait) {
+    const ApplicationLayerFactory layer = [&options](const EngineWait &wait) {
         return std::make_unique<Trovex>(wait, PortMap::fromEnvironment(), *options.maxBaud);
-    });
+    };
+    switch (options.command) {
+    case CliOptions::Command::Verify: return ServiceCommands::verify(options, layer);
+    case CliOptions::Command::Read: return ServiceCommands::read(options, layer);
+    case CliOptions::Command::Restore: return ServiceCommands::restore(options, layer);
+    default: return UpdateCommand::run(options, layer);
+    }
 }

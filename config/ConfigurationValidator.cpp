@@ -3,13 +3,14 @@
 #include "config/PackageConfiguration.h"
 #include "config/QX_Error.h"
 #include "config/TextFormat.h"
+#include "config/UpdateJournal.h"
 
 namespace {
 constexpr int32_t FastestSerialBaud = 115200; // every serial rate must divide the UART clock's top rate
 }
 
 bool ConfigurationValidator::ValidateConfiguration(PackageConfiguration &config, QX_Error &errors,
-                                                   UserPrompt &prompt)
+                                                   UserPrompt &prompt, bool readBackFiles)
 {
     bool result = true;
     QString collected;
@@ -29,8 +30,9 @@ bool ConfigurationValidator::ValidateConfiguration(PackageConfiguration &config,
     if (!config.TransferProgram.Validate())
         complain(config.TransferProgram.QX_Error_GetLastErrorString());
 
+    const UpdateJournal journal = readBackFiles ? UpdateJournal::load() : UpdateJournal();
     for (QX_Download &download : config.Downloads)
-        if (!download.Validate(prompt))
+        if (readBackFiles && !download.Validate(prompt, journal))
             complain(download.QX_Error_GetLastErrorString());
 
     for (QX_Program &program : config.Programs) {

@@ -11,6 +11,8 @@ class UserPrompt;
 class ConfigurationValidator {
 public:
     // False when anything is wrong; the holder's text then lists every complaint (its code
-    // is left to the caller).
-    static bool ValidateConfiguration(PackageConfiguration &config, QX_Error &errors, UserPrompt &prompt);
+    // is left to the caller). Without readBackFiles the read-back files are left alone: a run
+    // that reads nothing back neither asks about them nor creates them.
+    static bool ValidateConfiguration(PackageConfiguration &config, QX_Error &errors, UserPrompt &prompt,
+                                      bool readBackFiles = true);
 };

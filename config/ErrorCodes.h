@@ -26,4 +26,8 @@ inline constexpr int32_t EraseFailed = 107;
 inline constexpr int32_t GeneralError = 109;
 inline constexpr int32_t TransferFailed = 110;
 inline constexpr int32_t CommunicationsLayer = 111;
+// The instrument's CRC-32 of a range read back never matched the bytes received.
+inline constexpr int32_t ReadBackUnverified = 112;
+// The instrument's CRC-32 of an image's range is not the image's.
+inline constexpr int32_t ImageCrcMismatch = 113;
 }

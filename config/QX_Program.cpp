@@ -36,6 +36,15 @@ void QX_Program::setLength(int32_t value)
     m_validate = true;
 }
 
+QX_Program QX_Program::writingBack(const QString &file, int32_t address, int32_t length)
+{
+    QX_Program entry;
+    entry.m_filename = file;
+    entry.setLoadAddress(address);
+    entry.setWriteBack(file, length);
+    return entry;
+}
+
 void QX_Program::setWriteBack(const QString &readBackFile, int32_t length)
 {
     m_writeBackFile = readBackFile;

@@ -25,6 +25,8 @@ public:
     QString WriteBackFile() const { return m_writeBackFile; }
     // Makes the entry write back readBackFile, length bytes read back in the same run.
     void setWriteBack(const QString &readBackFile, int32_t length);
+    // An entry that writes the length bytes of file back at address.
+    static QX_Program writingBack(const QString &file, int32_t address, int32_t length);
 
 private:
     QString m_filename;

@@ -12,6 +12,7 @@ inline constexpr int32_t Read = 164;
 inline constexpr int32_t Program = 165;
 inline constexpr int32_t Checksum = 166;
 inline constexpr int32_t Erase = 167;
+inline constexpr int32_t RangeCrc = 168;
 }
 
 namespace AnswerStatus {

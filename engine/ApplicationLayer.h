@@ -6,10 +6,12 @@
 // line: the layer waits for them through the engine's wait (EngineWait), the one place where
 // the program sleeps, so that Cancel ends them at once. Every other operation returns at once.
 // Each asynchronous request (QueryManufacturerCode,
-// ProgrammingVoltageOn/Off, FlashDelete, Restart, ProgramBlock, ReadMemory, RequestChecksum)
-// is answered by exactly one Trovex_Response or Trovex_Error signal, raised on the engine's
+// ProgrammingVoltageOn/Off, FlashDelete, Restart, ProgramBlock, ReadMemory, RequestChecksum,
+// RequestRangeCrc) is answered by exactly one Trovex_Response or Trovex_Error signal, raised on the engine's
 // thread from the event loop, never from inside the request call, and only after the getters
 // hold the answer's values.
+#include "engine/FlashPlan.h"
+
 #include <QObject>
 #include <QString>
 #include <cstdint>
@@ -48,6 +50,16 @@ public:
     virtual void GetReadLength(int32_t &length) = 0;
     // Copies the bytes of the last read (GetReadLength of them) to data.
     virtual void GetReadData(uint8_t *data) = 0;
+    // Whether the transfer program that runs answers the CRC-32 of a flash range (known once
+    // UploadTransferProgram has returned 0). Without it the engine never asks for one.
+    virtual bool OffersRangeCrc() const = 0;
+    virtual void RequestRangeCrc(uint8_t architecture, int32_t address, int32_t length) = 0;
+    virtual void GetRangeCrc(uint32_t &crc) = 0;
+    // A hint, no request: what the update will erase and program, announced once before the
+    // erase pass. A layer that can may skip the work whose result the flash holds already; it
+    // still answers every request as the instrument would. Raises no event; a layer may
+    // ignore it.
+    virtual void AnnounceFlashPlan(const FlashPlan & /*plan*/) {}
     virtual void Shutdown() = 0;
     virtual void CloseChannel() = 0;
     virtual void GetErrorCode(int16_t &code) = 0;

@@ -66,6 +66,12 @@ void QX_UploadProcess::Trovex_Response(int32_t enumResponseID)
         AppLayer->GetChecksum(TargetChecksum);
         failIfLayerError();
         break;
+    case ResponseId::RangeCrc:
+        if (failIfLayerError())
+            break;
+        AppLayer->GetRangeCrc(TargetRangeCrc);
+        failIfLayerError();
+        break;
     case ResponseId::Erase:
         AppLayer->GetEraseResult(address, status);
         if (status == AnswerStatus::EraseFailed)

@@ -14,4 +14,10 @@ inline constexpr auto ProgressTick = 200ms;
 // ever on a range the instrument cannot read.
 inline constexpr int EmptyReadAttempts = 3;
 
+// Reads of a range read back again after the instrument's CRC-32 of it did not match the bytes
+// received. A frame damaged on the line is caught by the frame's CRC; what gets past it (a
+// read-back garbled before its frame was made) is rare and seldom twice in a row, while a
+// range that never matches is a fault to report, not to retry for ever.
+inline constexpr int ReadBackRereads = 3;
+
 }

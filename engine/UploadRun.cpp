@@ -5,6 +5,7 @@
 
 #include "config/ErrorCodes.h"
 #include "config/TextFormat.h"
+#include "config/UpdateJournal.h"
 #include "engine/UploadDisplay.h"
 
 #include <vector>
@@ -23,16 +24,7 @@ const QString DefaultSerial = QStringLiteral("COM1:115200,E,8,1");
 bool QX_UploadProcess::Upload()
 {
     const int startSecond = wholeSecondOfDay();
-    ProgressCount = 0;
-    ProgressDrawn = 0;
-    CancelRequested = false;
-    m_openFailureReason.clear();
-    holder().SetLastError(0);
-    m_lastLogLine.clear();
-    m_eraseBegan = false;
-    m_identifiedChips.clear();
-    BytesWritten = 0;
-    BytesVerified = 0;
+    beginRun();
 
     bool result = false;
     if (!ValidateConfiguration()) {
@@ -59,6 +51,26 @@ bool QX_UploadProcess::Upload()
     m_failureLine = result ? QString() : m_lastLogLine;
     finishRun(startSecond);
     return result;
+}
+
+void QX_UploadProcess::beginRun()
+{
+    ProgressCount = 0;
+    ProgressDrawn = 0;
+    CancelRequested = false;
+    m_openFailureReason.clear();
+    holder().SetLastError(0);
+    m_lastLogLine.clear();
+    m_eraseBegan = false;
+    m_identifiedChips.clear();
+    BytesWritten = 0;
+    BytesVerified = 0;
+    m_imageChecks.clear();
+    m_readBackRereads = 0;
+    m_comparisons.clear();
+    m_notices.clear();
+    m_restoredUnits.reset();
+    m_rangeCrcOffered = false;
 }
 
 QString QX_UploadProcess::initString() const
@@ -120,6 +132,7 @@ bool QX_UploadProcess::uploadTransferProgram()
         fail(ErrorCode::TransferFailed, text);
         return false;
     }
+    m_rangeCrcOffered = AppLayer->OffersRangeCrc();
     if (m_transferOnly)
         return true;
     AddLogLine(QStringLiteral("Transfer Program Running"));
@@ -133,8 +146,18 @@ bool QX_UploadProcess::updateFlash()
 {
     if (!identifyFlashMemories() || !DownloadFlashMemories() || !loadWriteBackImages())
         return false;
+    // From the erase on, the read-back files may hold the only copy of what they saved.
+    if (QString why; !Downloads.empty() && !UpdateJournal::begin(m_package.path(), Downloads, &why)) {
+        fail(ErrorCode::UploadEntryInvalid, QLatin1Char(' ') + why + QStringLiteral("; nothing was erased"));
+        return false;
+    }
+    if (!m_fullUpdate)
+        announceFlashPlan();
     m_eraseBegan = true;
-    return EraseFlashMemories() && ProgramFlashMemories();
+    if (!EraseFlashMemories() || !ProgramFlashMemories())
+        return false;
+    UpdateJournal::end();
+    return true;
 }
 
 bool QX_UploadProcess::identifyFlashMemories()
@@ -156,7 +179,7 @@ bool QX_UploadProcess::identifyFlashMemories()
     return true;
 }
 
-void QX_UploadProcess::finishRun(int startSecond)
+void QX_UploadProcess::finishRun(int startSecond, const QString &process)
 {
     if (AppLayer) {
         AddLogLine(QStringLiteral("Close Communication Channel"));
@@ -170,7 +193,7 @@ void QX_UploadProcess::finishRun(int startSecond)
     if (elapsed < 0)
         elapsed += SecondsPerDay; // the run went past midnight
     const int minutes = elapsed / 60;
-    AddLogLine(QStringLiteral("Firmware Upload Process completed in ") + dec(minutes) + QStringLiteral(" Minutes ")
+    AddLogLine(process + QStringLiteral(" completed in ") + dec(minutes) + QStringLiteral(" Minutes ")
                + dec(elapsed - 60 * minutes) + QStringLiteral(" Seconds"));
     if (!WizardRunning)
         return;

@@ -40,6 +40,16 @@ std::optional<double> FlashBank::erase(uint32_t address, uint32_t length, int32_
     return ms;
 }
 
+std::vector<std::pair<uint32_t, uint32_t>> FlashBank::eraseUnits(uint32_t address, uint32_t length, int32_t index) const
+{
+    std::vector<std::pair<uint32_t, uint32_t>> units;
+    if (const auto cut = pieces(address, length, index))
+        for (const Piece &p : *cut)
+            for (const auto &unit : m_chips[p.chip].unitsTouching(p.address, p.length))
+                units.push_back(unit);
+    return units;
+}
+
 std::optional<uint32_t> FlashBank::refusal(uint32_t address, const QByteArray &bytes, int32_t index) const
 {
     const auto cut = pieces(address, uint32_t(bytes.size()), index);

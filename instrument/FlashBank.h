@@ -18,6 +18,9 @@ public:
     const FlashChip *chipAt(uint32_t address, int32_t index = 0) const;
     // Erase and program give the time the parts take: milliseconds and microseconds.
     std::optional<double> erase(uint32_t address, uint32_t length, int32_t index);
+    // The erase units an erase of the range would erase, lowest first (address, size); none
+    // when it would be refused.
+    std::vector<std::pair<uint32_t, uint32_t>> eraseUnits(uint32_t address, uint32_t length, int32_t index) const;
     // Where the bytes cannot be programmed: the address when part of the range is in no chip of
     // kind index, else the first byte that would need a 0 turned into a 1; nullopt when they can.
     std::optional<uint32_t> refusal(uint32_t address, const QByteArray &bytes, int32_t index) const;

@@ -59,15 +59,25 @@ std::pair<uint32_t, uint32_t> FlashChip::unitAt(uint32_t offset) const
 
 double FlashChip::erase(uint32_t address, uint32_t length)
 {
-    const uint32_t end = address - m_base + length;
     double ms = 0;
-    for (uint32_t offset = address - m_base; offset < end;) {
-        const auto [start, size] = unitAt(offset);
-        std::fill(m_bytes.begin() + qsizetype(start), m_bytes.begin() + qsizetype(start + size), '\xFF');
+    for (const auto &[start, size] : unitsTouching(address, length)) {
+        const qsizetype from = qsizetype(start - m_base);
+        std::fill(m_bytes.begin() + from, m_bytes.begin() + from + qsizetype(size), '\xFF');
         ms += m_part.eraseMsPerSector;
-        offset = start + size;
     }
     return ms;
+}
+
+std::vector<std::pair<uint32_t, uint32_t>> FlashChip::unitsTouching(uint32_t address, uint32_t length) const
+{
+    std::vector<std::pair<uint32_t, uint32_t>> units;
+    const uint32_t end = address - m_base + length;
+    for (uint32_t offset = address - m_base; offset < end;) {
+        const auto [start, size] = unitAt(offset);
+        units.emplace_back(m_base + start, size);
+        offset = start + size;
+    }
+    return units;
 }
 
 std::optional<uint32_t> FlashChip::firstBitToRaise(uint32_t address, const QByteArray &bytes) const

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <utility>
+#include <vector>
 
 class FlashChip {
 public:
@@ -35,6 +36,8 @@ public:
     bool holds(uint32_t address, uint32_t length) const;
     // Erases every erase unit the range touches; the milliseconds it takes at time scale 1.
     double erase(uint32_t address, uint32_t length);
+    // The erase units the range touches, lowest first: address and size of each.
+    std::vector<std::pair<uint32_t, uint32_t>> unitsTouching(uint32_t address, uint32_t length) const;
     // The first byte of the range where the bytes have a 1 over a 0, which programming cannot
     // make.
     std::optional<uint32_t> firstBitToRaise(uint32_t address, const QByteArray &bytes) const;

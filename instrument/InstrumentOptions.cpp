@@ -34,7 +34,7 @@ std::optional<uint8_t> requestType(const QString &name)
         {QStringLiteral("restart"), Protocol::Restart},     {QStringLiteral("program"), Protocol::Program},
         {QStringLiteral("read"), Protocol::Read},           {QStringLiteral("checksum"), Protocol::Checksum},
         {QStringLiteral("hello"), Protocol::Hello},         {QStringLiteral("abilities"), Protocol::Abilities},
-        {QStringLiteral("switch-rate"), Protocol::SwitchRate}};
+        {QStringLiteral("switch-rate"), Protocol::SwitchRate}, {QStringLiteral("range-crc"), Protocol::RangeCrc}};
     const auto it = types.find(name);
     return it == types.end() ? std::nullopt : std::optional<uint8_t>(it.value());
 }
@@ -64,7 +64,7 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     const QCommandLineOption stallAt(QStringLiteral("stall-at"),
                                      QStringLiteral("Stop answering for MS from the first REQUEST on (load, start, identify, "
                                                     "voltage-on, voltage-off, erase, restart, program (plain or packed), read, checksum, hello, "
-                                                    "abilities, switch-rate)."),
+                                                    "abilities, switch-rate, range-crc)."),
                                      QStringLiteral("REQUEST:MS"));
     const QCommandLineOption refuseVoltage(QStringLiteral("refuse-voltage"), QStringLiteral("Never switch the programming voltage on."));
     const QCommandLineOption failErase(QStringLiteral("fail-erase"), QStringLiteral("Fail an erase that covers this address."), QStringLiteral("ADDRESS"));
@@ -76,11 +76,24 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     const QCommandLineOption loseSwitch(QStringLiteral("lose-switch"),
                                         QStringLiteral("Switch the line's rate, then hear nothing until it falls back."));
     const QCommandLineOption basic(QStringLiteral("basic-transfer-program"),
-                                   QStringLiteral("A transfer program that names no abilities: no rate switch, no packed blocks."));
+                                   QStringLiteral("A transfer program that names no abilities: no rate switch, no packed blocks, no range checksums."));
     const QCommandLineOption noPacked(QStringLiteral("no-packed-blocks"),
                                       QStringLiteral("A transfer program that switches rates but takes no packed blocks."));
+    const QCommandLineOption cutPowerAfter(QStringLiteral("cut-power-after"),
+                                           QStringLiteral("Lose power once this many bytes have been received: the flash keeps what was "
+                                                          "programmed, an erase under way leaves its unit half erased, nothing answers."),
+                                           QStringLiteral("BYTES"));
+    const QCommandLineOption cutPowerIn(QStringLiteral("cut-power-in"),
+                                        QStringLiteral("Lose power halfway through the N-th (default the first) erase or program request: "
+                                                       "the erase leaves the unit in its middle half erased, the block is half programmed."),
+                                        QStringLiteral("REQUEST[:N]"));
+    const QCommandLineOption garbleRead(QStringLiteral("garble-read"),
+                                        QStringLiteral("Flip a bit in the data of the first (once) or of every (always) Read answer "
+                                                       "before its frame is made, a fault the frames' CRC cannot see."),
+                                        QStringLiteral("once|always"));
     parser.addOptions({flash, load, dump, baud, maxBaud, noPacing, timeScale, tcp, gpib, gpibRate, seed, corrupt, drop, disconnect, stall,
-                       stallAt, refuseVoltage, failErase, failProgram, wrongChecksum, unknown, refuseBaud, loseSwitch, basic, noPacked});
+                       stallAt, refuseVoltage, failErase, failProgram, wrongChecksum, unknown, refuseBaud, loseSwitch, basic,
+                       noPacked, cutPowerAfter, cutPowerIn, garbleRead});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -166,6 +179,28 @@ bool InstrumentOptions::parse(const QStringList &arguments, InstrumentOptions &o
     options.loseSwitch = parser.isSet(loseSwitch);
     options.basicTransferProgram = parser.isSet(basic);
     options.packedBlocks = !parser.isSet(noPacked);
+    if (parser.isSet(cutPowerAfter)) {
+        bool ok = false;
+        options.cutPowerAfterBytes = parser.value(cutPowerAfter).toLongLong(&ok);
+        if (!ok || options.cutPowerAfterBytes < 0)
+            return bad(QStringLiteral("--cut-power-after (a number of bytes)"));
+    }
+    if (parser.isSet(cutPowerIn)) {
+        const QStringList parts = parser.value(cutPowerIn).split(QLatin1Char(':'));
+        bool ok = parts.size() == 1;
+        if (parts.size() == 2)
+            options.cutPowerInCount = parts[1].toInt(&ok);
+        options.cutPowerInType = requestType(parts[0]);
+        if (!ok || options.cutPowerInCount < 1
+            || !(options.cutPowerInType == Protocol::Erase || options.cutPowerInType == Protocol::Program))
+            return bad(QStringLiteral("--cut-power-in (erase or program, and :N for the N-th)"));
+    }
+    if (parser.isSet(garbleRead)) {
+        const QString when = parser.value(garbleRead);
+        if (when != QLatin1String("once") && when != QLatin1String("always"))
+            return bad(QStringLiteral("--garble-read (once or always)"));
+        options.garbleRead = when == QLatin1String("once") ? Garble::Once : Garble::Always;
+    }
     if (parser.isSet(unknown) && !(options.unknownType = requestType(parser.value(unknown))))
         return bad(QStringLiteral("--unknown (a request as --stall-at names it)"));
     if (options.baud <= 0 || options.gpibRate <= 0 || options.flash.isEmpty())

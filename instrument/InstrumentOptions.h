@@ -35,6 +35,13 @@ struct InstrumentOptions {
     bool loseSwitch = false;               // switches, but hears nothing at the new rate
     bool basicTransferProgram = false;     // a transfer program from before Abilities
     bool packedBlocks = true;              // it takes ProgramPacked (and names it)
+    // Power lost once this many bytes have been received...
+    int64_t cutPowerAfterBytes = -1;
+    // ...or halfway through the cutPowerInCount-th request of this type (erase, program).
+    std::optional<uint8_t> cutPowerInType;
+    int cutPowerInCount = 1;
+    enum class Garble { Never, Once, Always };
+    Garble garbleRead = Garble::Never;     // a bit flipped in Read answers before framing
 
     // Parses the arguments; false with a reason in *error.
     static bool parse(const QStringList &arguments, InstrumentOptions &options, QString *error);

@@ -22,17 +22,23 @@ constexpr Layout Layouts[] = {
     {Restart, 0, 0, 2},                    {Program, 7, 6 + LargestBlock, 6}, {Read, 9, 9, 2},
     {Checksum, 9, 9, 6},                   {Hello, 0, 0, 10},     {Abilities, 0, 0, 14},
     {SwitchRate, 4, 4, 2},                 {ProgramPacked, 9, 8 + LargestBlock, 6},
+    {RangeCrc, 9, 9, 6},
 };
 // The time the instrument's processor takes to inflate a packed block, per byte it yields: a
 // 32-bit microcontroller inflates some 4 MB a second, far less than a byte's program time.
 constexpr double InflateUsPerByte = 0.25;
+// The time its processor takes for a range's CRC-32, per byte: a table-driven loop over flash
+// on a small processor, some 2 MB a second.
+constexpr double RangeCrcUsPerByte = 0.5;
+// What a Program request carries before its data: address u32, architecture u8, flash u8.
+constexpr qsizetype ProgramFieldBytes = 6;
 // What the transfer program keeps, as it comes from the wire, of the requests that arrive
 // while it works on one: 32 KiB of its 128 KiB of RAM, room for the seven plain 4000-byte
 // blocks that may wait behind the one it programs, or for three of the largest frames stuffed
 // at worst.
 constexpr uint32_t ReceiveBufferBytes = 32 * 1024;
 // The request types that came with the abilities: a transfer program from before knows none.
-constexpr uint8_t AbilityRequests[] = {Abilities, SwitchRate, ProgramPacked};
+constexpr uint8_t AbilityRequests[] = {Abilities, SwitchRate, ProgramPacked, RangeCrc};
 
 // What a request is as a fault option names it: a packed block is a program block.
 uint8_t kindOf(uint8_t type)
@@ -108,6 +114,17 @@ SimulatedInstrument::SimulatedInstrument(const InstrumentOptions &options, QObje
 
 void SimulatedInstrument::receive(const QByteArray &received)
 {
+    if (m_poweredOff)
+        return;
+    const int64_t cutAt = m_options.cutPowerAfterBytes;
+    const bool cut = cutAt >= 0 && m_bytesReceived + received.size() >= cutAt;
+    take(cut ? received.left(qsizetype(cutAt - m_bytesReceived)) : received);
+    if (cut && !m_poweredOff)
+        losePower(erasedShareNow());
+}
+
+void SimulatedInstrument::take(const QByteArray &received)
+{
     m_bytesReceived += received.size();
     const QByteArray bytes = damaged(received);
     if (m_options.disconnectAfterBytes >= 0 && m_bytesReceived > m_options.disconnectAfterBytes) {
@@ -177,10 +194,28 @@ void SimulatedInstrument::workThroughQueue()
         const Waiting next = m_queue.front();
         m_queue.pop_front();
         double workMs = 0;
-        const QByteArray answer = execute(next.request, workMs);
+        const Frame &request = next.request;
+        const bool lastRequest = cutsPowerIn(request);
+        // A block programmed halfway keeps the first half of what it writes.
+        Reader block(request.payload);
+        const uint32_t blockAt = block.u32();
+        block.u16(); // architecture, flash number
+        const uint32_t blockLength = request.type == ProgramPacked ? block.u16() : uint32_t(std::max<qsizetype>(request.payload.size() - ProgramFieldBytes, 0));
+        const QByteArray before = lastRequest && kindOf(request.type) == Program ? m_flash.read(blockAt, blockLength).value_or(QByteArray())
+                                                                                 : QByteArray();
+        const QByteArray answer = execute(request, workMs);
+        if (lastRequest) {
+            if (!before.isEmpty())
+                m_flash.load(blockAt + uint32_t(before.size() / 2), before.mid(before.size() / 2));
+            losePower(0.5);
+            return;
+        }
         const double scaled = workMs * m_options.timeScale;
+        if (m_erasing)
+            m_erasing->ms = scaled;
         if (scaled < 1) {
-            reply(next.request, answer);
+            m_erasing.reset();
+            reply(request, answer);
             continue;
         }
         // A request that waited starts when the work before it ended, not when the timer got
@@ -192,6 +227,9 @@ void SimulatedInstrument::workThroughQueue()
         m_workingReply = answer;
         m_busy.start();
         QTimer::singleShot(int(std::ceil(std::max(leftMs, 0.0))), Qt::PreciseTimer, this, [this] {
+            if (m_poweredOff)
+                return;
+            m_erasing.reset();
             m_busy.stop();
             const Frame done = *m_working;
             m_working.reset();
@@ -236,8 +274,43 @@ QByteArray SimulatedInstrument::damaged(const QByteArray &bytes)
     return out;
 }
 
+bool SimulatedInstrument::cutsPowerIn(const Frame &request)
+{
+    return m_options.cutPowerInType && kindOf(request.type) == *m_options.cutPowerInType && m_stage == Stage::TransferProgram
+           && ++m_cutRequestsSeen == m_options.cutPowerInCount;
+}
+
+double SimulatedInstrument::erasedShareNow() const
+{
+    return m_erasing && m_erasing->ms > 0 ? std::min(1.0, double(m_erasing->since.elapsed()) / m_erasing->ms) : 1.0;
+}
+
+void SimulatedInstrument::losePower(double share)
+{
+    if (m_erasing) {
+        // The units before the one it was at are erased, that one up to its middle, the rest
+        // not at all.
+        const double at = share * double(m_erasing->units.size());
+        for (size_t i = 0; i < m_erasing->units.size(); ++i) {
+            const QByteArray &old = m_erasing->before[i];
+            if (double(i) + 1 <= at)
+                continue;
+            const qsizetype keep = double(i) <= at ? old.size() / 2 : 0;
+            m_flash.load(m_erasing->units[i].first + uint32_t(keep), old.mid(keep));
+        }
+        m_erasing.reset();
+    }
+    m_poweredOff = true;
+    m_busy.stop();
+    m_stallEnd.stop();
+    m_queue.clear();
+    m_working.reset();
+}
+
 void SimulatedInstrument::emitFrame(const Frame &frame)
 {
+    if (m_poweredOff)
+        return;
     emit send(damaged(frame.encode()));
 }
 
@@ -322,6 +395,7 @@ QByteArray SimulatedInstrument::transferProgram(const Frame &request, double &wo
     case SwitchRate: return switchRate(in);
     case Read: return read(in);
     case Checksum: return checksum(in);
+    case RangeCrc: return rangeCrc(in, workMs);
     default: // Hello
         return Writer().u16(Status::Ok).u32(m_programCrc).u32(m_programLength).done();
     }
@@ -330,16 +404,18 @@ QByteArray SimulatedInstrument::transferProgram(const Frame &request, double &wo
 bool SimulatedInstrument::knows(uint8_t type) const
 {
     const bool ability = std::find(std::begin(AbilityRequests), std::end(AbilityRequests), type) != std::end(AbilityRequests);
-    return type >= Identify && type <= ProgramPacked && kindOf(type) != m_options.unknownType
+    return type >= Identify && type <= RangeCrc && kindOf(type) != m_options.unknownType
            && !(ability && m_options.basicTransferProgram) && !(type == ProgramPacked && !m_options.packedBlocks);
 }
 
 QByteArray SimulatedInstrument::abilities() const
 {
+    // A transfer program names only what it knows.
+    const uint32_t rangeCrc = knows(RangeCrc) ? Ability::RangeChecksums : 0;
     return Writer()
         .u16(Status::Ok)
         .u32(uint32_t(m_rate.highestRate()))
-        .u32(Ability::SwitchRate | (m_options.packedBlocks ? Ability::PackedBlocks : 0))
+        .u32(Ability::SwitchRate | (m_options.packedBlocks ? Ability::PackedBlocks : 0) | rangeCrc)
         .u32(ReceiveBufferBytes)
         .done();
 }
@@ -369,10 +445,16 @@ QByteArray SimulatedInstrument::erase(Reader &in, double &workMs)
     const uint32_t length = in.u32();
     if (m_options.failEraseAt && *m_options.failEraseAt >= address && *m_options.failEraseAt - address < length)
         return Writer().u16(Status::EraseFailed).u32(*m_options.failEraseAt).done();
+    const std::vector<std::pair<uint32_t, uint32_t>> units = m_flash.eraseUnits(address, length, index);
+    std::vector<QByteArray> before;
+    for (const auto &[start, size] : units)
+        before.push_back(m_flash.read(start, size).value_or(QByteArray()));
     const std::optional<double> ms = m_voltage ? m_flash.erase(address, length, index) : std::nullopt;
     if (!ms)
         return Writer().u16(Status::EraseFailed).u32(address).done();
     workMs = *ms;
+    m_erasing = Erasing{QElapsedTimer(), *ms, units, before};
+    m_erasing->since.start();
     return Writer().u16(Status::Ok).u32(address).done();
 }
 
@@ -417,14 +499,20 @@ QByteArray SimulatedInstrument::program(uint32_t address, uint8_t index, const Q
     return Writer().u16(Status::ProgramFailed).u32(*m_refusedAt).done(); // nothing behind a refusal
 }
 
-QByteArray SimulatedInstrument::read(Reader &in) const
+QByteArray SimulatedInstrument::read(Reader &in)
 {
     in.u8();
     const uint32_t address = in.u32();
     const uint32_t count = in.u32();
-    const std::optional<QByteArray> bytes = count <= uint32_t(LargestBlock) ? m_flash.read(address, count) : std::nullopt;
+    std::optional<QByteArray> bytes = count <= uint32_t(LargestBlock) ? m_flash.read(address, count) : std::nullopt;
     if (!bytes)
         return Writer().u16(Status::ReadFailed).done();
+    const bool garble = m_options.garbleRead == InstrumentOptions::Garble::Always
+                        || (m_options.garbleRead == InstrumentOptions::Garble::Once && !m_readGarbled);
+    if (garble && !bytes->isEmpty()) {
+        m_readGarbled = true;
+        (*bytes)[bytes->size() / 2] = char(uint8_t((*bytes)[bytes->size() / 2]) ^ 0x10);
+    }
     return Writer().u16(Status::Ok).bytes(*bytes).done();
 }
 
@@ -441,6 +529,17 @@ QByteArray SimulatedInstrument::checksum(Reader &in) const
     if (m_options.wrongChecksum)
         ++sum;
     return Writer().u16(Status::Ok).u32(sum & 0xFF).done();
+}
+
+QByteArray SimulatedInstrument::rangeCrc(Reader &in, double &workMs) const
+{
+    in.u8();
+    const uint32_t address = in.u32();
+    const std::optional<QByteArray> bytes = m_flash.read(address, in.u32());
+    if (!bytes)
+        return Writer().u16(Status::OutsideFlash).u32(0).done();
+    workMs = double(bytes->size()) * RangeCrcUsPerByte / 1000.0;
+    return Writer().u16(Status::Ok).u32(crc32Of(*bytes)).done();
 }
 
 QByteArray SimulatedInstrument::restart()

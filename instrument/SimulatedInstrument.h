@@ -5,8 +5,10 @@
 // requests in the order they arrive (queueing those that arrive while it works, as a UART
 // buffer does), answers each once, keeps its recent answers for requests sent again, sends
 // busy frames while it works, and misbehaves as its options ask. Its transfer program says what
-// it can do beyond the requests every one knows (Abilities), switches the line's rate (UartRate)
-// and inflates packed program blocks, with its processor's own time per byte.
+// it can do beyond the requests every one knows (Abilities), switches the line's rate (UartRate),
+// inflates packed program blocks and sums ranges with a CRC-32, with its processor's own time
+// per byte. It can lose its power mid-run: the flash keeps what was programmed, an erase under
+// way leaves the unit it was at half erased, and nothing answers any more.
 #include "instrument/FlashBank.h"
 #include "instrument/InstrumentOptions.h"
 #include "instrument/KeptAnswers.h"
@@ -34,6 +36,8 @@ public:
 
     // Bytes from the host.
     void receive(const QByteArray &bytes);
+    // Bytes received from the host so far: the scale of --cut-power-after and --disconnect-after.
+    int64_t bytesReceived() const { return m_bytesReceived; }
     // Puts the --load files into the chips; false with a reason.
     bool loadFiles(QString *error);
     // Writes every chip to the dump folder; false with a reason.
@@ -51,10 +55,18 @@ private:
     enum class Stage { BootRom, TransferProgram };
     using Reader = Protocol::Reader;
 
+    // receive's work on the bytes that arrive while the power is on.
+    void take(const QByteArray &bytes);
     // Bytes up to and with one END: a frame to handle, or a damaged one to send a Nak for that
     // names the last request that arrived intact and the damaged frames since.
     void takeFrame(const QByteArray &bytes);
     void handle(const Frame &request);
+    // Whether the power goes halfway through this request (--cut-power-in).
+    bool cutsPowerIn(const Frame &request);
+    // The power goes: share is how much of an erase under way got done.
+    void losePower(double share);
+    // What an erase under way has done by now.
+    double erasedShareNow() const;
     // Whether the request is being worked on or waits its turn.
     bool isUnderWay(const Frame &request) const;
     // Carries out queued requests until one needs time or the queue is empty.
@@ -74,8 +86,9 @@ private:
     QByteArray program(uint32_t address, uint8_t index, const QByteArray &data, double &workMs);
     // Whether the running transfer program knows the request type.
     bool knows(uint8_t type) const;
-    QByteArray read(Reader &in) const;
+    QByteArray read(Reader &in);
     QByteArray checksum(Reader &in) const;
+    QByteArray rangeCrc(Reader &in, double &workMs) const;
     QByteArray restart();
     // The request after the answer to it has gone: a switch of the line's rate.
     void afterAnswer(const Frame &request, const QByteArray &answer);
@@ -99,6 +112,17 @@ private:
     bool m_deaf = false; // --lose-switch: nothing is heard at the switched rate
     uint8_t m_lastIntact = 0; // the number of the last request that arrived intact; 0: none since power-on
     int m_damagedSinceIntact = 0;
+    bool m_poweredOff = false;
+    int m_cutRequestsSeen = 0;
+    bool m_readGarbled = false;
+    // The erase under way: its units as they were, for a power cut to leave it half done.
+    struct Erasing {
+        QElapsedTimer since;
+        double ms;
+        std::vector<std::pair<uint32_t, uint32_t>> units;
+        std::vector<QByteArray> before;
+    };
+    std::optional<Erasing> m_erasing;
     int m_framesSeen = 0;
     int64_t m_bytesReceived = 0;
     QTimer m_stallEnd;

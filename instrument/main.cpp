@@ -1,7 +1,8 @@
 // varnolt-instrument: a simulated measuring instrument on a pseudo-terminal, on a serial line
 // or behind an emulated GPIB controller (--gpib). It prints the device path for the host to
 // open on its first line, serves until SIGTERM or SIGINT, and writes its flash to the dump
-// folder at exit (and on SIGUSR1).
+// folder at exit (and on SIGUSR1); its last line says how many bytes it received, the scale
+// of --cut-power-after and --disconnect-after.
 #include "instrument/GpibControllerEmulation.h"
 #include "instrument/InstrumentOptions.h"
 #include "instrument/PtyPort.h"
@@ -119,6 +120,8 @@ int main(int argc, char **argv)
     std::printf("%s\n", qPrintable(pty.devicePath()));
     std::fflush(stdout);
     const int status = app.exec();
+    std::printf("received %lld bytes\n", static_cast<long long>(instrument.bytesReceived()));
+    std::fflush(stdout);
     if (!instrument.dump(&error)) {
         std::fprintf(stderr, "varnolt-instrument: %s\n", qPrintable(error));
         return 1;

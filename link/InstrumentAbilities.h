@@ -11,7 +11,7 @@
 struct InstrumentAbilities {
     int highestRate = 0;         // the fastest line rate it takes with SwitchRate; 0: it does not switch
     bool packedBlocks = false;   // it takes ProgramPacked
-    bool rangeChecksums = false; // it takes the range checksum request of a later version
+    bool rangeChecksums = false; // it takes RangeCrc
     int receiveBuffer = 0;       // wire bytes it keeps of requests waiting behind the one it works on; 0: two frames
 
     static InstrumentAbilities fromAnswer(const QByteArray &payload)

@@ -27,6 +27,7 @@ enum Type : uint8_t {
                           //                                           receive buffer u32
     SwitchRate = 0x2A,    // rate u32                               -> status u16
     ProgramPacked = 0x2B, // address u32, architecture u8, flash u8, length u16, raw deflate data -> status u16, address u32
+    RangeCrc = 0x2C,      // architecture u8, address u32, length u32 -> status u16, CRC-32 u32
     // From the instrument
     Reply = 0x80, // the answer to the request with the same sequence number
     Busy = 0x81,  // still working on the request with the same sequence number
@@ -47,7 +48,7 @@ inline constexpr uint16_t ProgramFailed = 67;
 inline constexpr uint16_t BadBlockSum = 1;    // LoadBlock: the data did not add up
 inline constexpr uint16_t OutsideRam = 2;     // LoadBlock: the block does not fit the RAM
 inline constexpr uint16_t NoFlash = 3;        // Identify: no chip of that kind at the address
-inline constexpr uint16_t OutsideFlash = 4;   // Checksum: range not wholly in flash
+inline constexpr uint16_t OutsideFlash = 4;   // Checksum, RangeCrc: range not wholly in flash
 inline constexpr uint16_t Malformed = 5;      // a known request whose payload does not fit it
 inline constexpr uint16_t RateNotTaken = 6;   // SwitchRate: the instrument's line cannot take that rate
 inline constexpr uint16_t Unknown = 0xFFFF;   // a request type the stage does not know
@@ -64,7 +65,7 @@ inline constexpr uint32_t NotLoaded = 3;   // the range, or the start address, i
 namespace Ability {
 inline constexpr uint32_t SwitchRate = 1u << 0;    // it takes SwitchRate, up to its highest rate
 inline constexpr uint32_t PackedBlocks = 1u << 1;  // it takes ProgramPacked
-inline constexpr uint32_t RangeChecksums = 1u << 2; // it takes the range checksum request of a later version
+inline constexpr uint32_t RangeChecksums = 1u << 2; // it takes RangeCrc
 }
 
 // The rates above the classic ones that a host proposes with SwitchRate, slowest first: those

@@ -36,7 +36,7 @@
 class RequestPipeline : public QObject {
     Q_OBJECT
 public:
-    enum class Kind { Identify, VoltageOn, VoltageOff, Erase, Restart, Program, Read, Checksum };
+    enum class Kind { Identify, VoltageOn, VoltageOff, Erase, Restart, Program, Read, Checksum, RangeCrc };
 
     struct Request {
         Kind kind;

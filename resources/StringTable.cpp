@@ -49,6 +49,8 @@ const QHash<int, QString> &table()
         {40109, QStringLiteral("GENERAL ERROR, Code =")},
         {40110, QStringLiteral("Error occurred uploading the Transfer Program ")},
         {40111, QStringLiteral("Error occurred in communications layer, Code = ")},
+        {40112, QStringLiteral("READ BACK CHECK ERROR,")},
+        {40113, QStringLiteral("PROGRAM CRC-32 ERROR,")},
     };
     return strings;
 }

@@ -7,6 +7,7 @@
 #include "link/TransferProgramLoader.h"
 #include "link/TransportFactory.h"
 #include "trovex/TrovexError.h"
+#include "trovex/DifferentialPlan.h"
 
 #include <QRegularExpression>
 #include <QTimer>
@@ -42,6 +43,7 @@ void Trovex::OpenChannel(const QString &initString)
 {
     CloseChannel(); // a second open replaces the first channel
     setError(TrovexError::None, QString());
+    m_abilities = {};
     // "clsid:<class> <port>:<baud>,E,8,1" for a serial port, "clsid:<class> GPIB0" for GPIB.
     static const QRegularExpression serial(QStringLiteral("^clsid:\\S+\\s+(.+):(\\d+),E,8,1$"),
                                            QRegularExpression::CaseInsensitiveOption);
@@ -153,6 +155,7 @@ void Trovex::setUpLine(int32_t &result)
     connect(&line, &LineRateSwitch::finished, &line,
             [&](const InstrumentAbilities &abilities, int rate, const QString &note) {
                 settled = true;
+                m_abilities = abilities;
                 m_pipeline->packBlocks(abilities.packedBlocks);
                 m_link->setReceiveBuffer(abilities.receiveBuffer);
                 emit lineSettled(rate, abilities.packedBlocks, note);
@@ -208,10 +211,26 @@ void Trovex::ProgrammingVoltageOff()
 
 void Trovex::FlashDelete(uint8_t architecture, uint8_t flashIndex, int32_t address, int32_t length)
 {
+    if (surveyFirst([=, this] { FlashDelete(architecture, flashIndex, address, length); }))
+        return;
     m_requestAddress = address;
     m_requestCount = length;
-    submit({Kind::Erase, Protocol::Erase,
-            Protocol::Writer().u8(architecture).u8(flashIndex).u32(uint32_t(address)).u32(uint32_t(length)).done()});
+    const auto erase = [&](uint32_t from, uint32_t count) {
+        return RequestPipeline::Request{Kind::Erase, Protocol::Erase,
+                                        Protocol::Writer().u8(architecture).u8(flashIndex).u32(from).u32(count).done()};
+    };
+    if (!m_plan) {
+        submit(erase(uint32_t(address), uint32_t(length)));
+        return;
+    }
+    const std::vector<DifferentialPlan::Range> parts = m_plan->eraseParts(uint32_t(address), uint32_t(length));
+    if (parts.empty()) { // every unit holds its final content already
+        answerAtOnce(Kind::Erase, Protocol::Writer().u16(Protocol::Status::Ok).u32(uint32_t(address)).done());
+        return;
+    }
+    for (size_t i = 1; i < parts.size(); ++i)
+        m_eraseParts.push_back(erase(parts[i].address, parts[i].length));
+    submit(erase(parts[0].address, parts[0].length));
 }
 
 void Trovex::Restart()
@@ -222,6 +241,17 @@ void Trovex::Restart()
 void Trovex::ProgramBlock(int32_t address, int16_t count, uint8_t architecture, uint8_t flashIndex, const uint8_t *data)
 {
     const QByteArray block(reinterpret_cast<const char *>(data), std::max<int16_t>(count, 0));
+    if (surveyFirst([=, this] { ProgramBlock(address, count, architecture, flashIndex, reinterpret_cast<const uint8_t *>(block.constData())); }))
+        return;
+    // The range's last block is sent when any block before it was: its answer is the one that
+    // waits for theirs.
+    const bool lastOfRange = uint64_t(uint32_t(address)) + uint64_t(block.size()) == m_rangeEnd;
+    if (m_plan && m_plan->blockInPlace(uint32_t(address), block) && !(lastOfRange && m_blockSentInRange)) {
+        emit blockAlreadyRight(int(block.size()));
+        answerAtOnce(Kind::Program, Protocol::Writer().u16(Protocol::Status::Done).u32(uint32_t(address)).done());
+        return;
+    }
+    m_blockSentInRange = true;
     submit({Kind::Program, Protocol::Program,
             Protocol::Writer().u32(uint32_t(address)).u8(architecture).u8(flashIndex).bytes(block).done(),
             Protocol::ShortAnswerBytes, architecture, address, count});
@@ -229,6 +259,8 @@ void Trovex::ProgramBlock(int32_t address, int16_t count, uint8_t architecture, 
 
 void Trovex::AnnounceRange(int32_t address, int32_t length)
 {
+    m_rangeEnd = uint64_t(uint32_t(address)) + uint64_t(std::max(length, 0));
+    m_blockSentInRange = false;
     if (m_pipeline)
         m_pipeline->expectRange(address, length);
 }
@@ -244,6 +276,11 @@ void Trovex::ReadMemory(uint8_t architecture, int32_t address, int32_t count)
 void Trovex::RequestChecksum(uint8_t architecture, int32_t address, int32_t length)
 {
     submit({Kind::Checksum, Protocol::Checksum, Protocol::Writer().u8(architecture).u32(uint32_t(address)).u32(uint32_t(length)).done()});
+}
+
+void Trovex::RequestRangeCrc(uint8_t architecture, int32_t address, int32_t length)
+{
+    submit({Kind::RangeCrc, Protocol::RangeCrc, Protocol::Writer().u8(architecture).u32(uint32_t(address)).u32(uint32_t(length)).done()});
 }
 
 void Trovex::GetEraseResult(int32_t &address, int16_t &status)
@@ -266,6 +303,19 @@ void Trovex::GetReadData(uint8_t *data)
 
 void Trovex::onAnswered(Kind kind, const QByteArray &payload)
 {
+    if (kind == Kind::RangeCrc && m_survey) {
+        onSurveyAnswer(payload);
+        return;
+    }
+    if (kind == Kind::Erase && !m_eraseParts.empty()) {
+        if (Protocol::Reader(payload).u16() == Protocol::Status::Ok) { // on to the next part of the engine's erase
+            const RequestPipeline::Request next = m_eraseParts.front();
+            m_eraseParts.pop_front();
+            submit(next);
+            return;
+        }
+        m_eraseParts.clear(); // the engine's erase fails with this part
+    }
     setError(TrovexError::None, QString());
     Protocol::Reader reply(payload);
     m_status = static_cast<int16_t>(reply.u16());
@@ -321,6 +371,12 @@ int32_t Trovex::takeValues(Kind kind, Protocol::Reader &reply)
             setError(TrovexError::InstrumentRefused,
                      QStringLiteral("the instrument could not sum that range (status %1)").arg(m_status));
         return ResponseId::Checksum;
+    case Kind::RangeCrc:
+        m_rangeCrc = reply.u32();
+        if (m_status != Protocol::Status::Ok)
+            setError(TrovexError::InstrumentRefused,
+                     QStringLiteral("the instrument could not compute the CRC-32 of that range (status %1)").arg(m_status));
+        return ResponseId::RangeCrc;
     }
     return ResponseId::General;
 }
@@ -343,6 +399,8 @@ QString Trovex::undocumentedStatus(Kind kind) const
 
 void Trovex::onFailed(Link::Failure failure, const QString &reason)
 {
+    m_survey.reset();
+    m_eraseParts.clear();
     const int16_t code = failure == Link::Failure::NoAnswer ? TrovexError::NoAnswer : TrovexError::PortLost;
     setError(code, reason);
     emit Trovex_Error(code);
@@ -357,6 +415,7 @@ void Trovex::Shutdown()
 void Trovex::CloseChannel()
 {
     switchVoltageOffBeforeClosing();
+    forgetPlan();
     // Nothing is left running: the link's timers go with it, the transport stops its own.
     m_pipeline.reset();
     m_link.reset();

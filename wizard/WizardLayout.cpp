@@ -6,6 +6,7 @@
 #include "wizard/ProgressBox.h"
 #include "wizard/StepPictures.h"
 
+#include <QCheckBox>
 #include <QComboBox>
 #include <QFrame>
 #include <QLabel>
@@ -154,12 +155,16 @@ QWidget *frmWizard::buildSettingsStep()
     // The summary of the advanced display can be long and holds unbroken names and paths: it
     // wraps anywhere and scrolls, on the step's background like a label.
     m_txtSummary = new QPlainTextEdit(panel);
-    m_txtSummary->setGeometry(176, 100, 400, 189);
+    m_txtSummary->setGeometry(176, 100, 400, 167);
     m_txtSummary->setReadOnly(true);
     m_txtSummary->setFrameShape(QFrame::NoFrame);
     m_txtSummary->setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
     m_txtSummary->viewport()->setAutoFillBackground(false);
     m_txtSummary->setFont(stepTextFont(m_txtSummary->font()));
+    // Where the transfer program can say what its flash holds, only what differs is written;
+    // this writes everything, as a rerun of a doubtful instrument may want.
+    m_chkWriteEverything = new QCheckBox(QStringLiteral("&Write everything, also what the instrument holds already"), panel);
+    m_chkWriteEverything->setGeometry(176, 271, 409, 18);
     return panel;
 }
 

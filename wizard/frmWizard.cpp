@@ -11,6 +11,7 @@
 
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QCheckBox>
 #include <QCoreApplication>
 #include <QFileDialog>
 #include <QLabel>
@@ -51,6 +52,7 @@ frmWizard::frmWizard(WizardServices services, QWidget *parent) : QWidget(parent)
         connect(selector, &QComboBox::currentIndexChanged, this,
                 [this, selector](int index) { selectorChosen(*selector, index); });
     connect(m_cmbPorts, &QComboBox::currentIndexChanged, this, &frmWizard::showPortDevice);
+    connect(m_chkWriteEverything, &QCheckBox::toggled, m_engine.get(), &QX_UploadProcess::setFullUpdate);
 }
 
 frmWizard::~frmWizard() = default;

@@ -12,6 +12,7 @@
 #include <memory>
 
 class DesktopHelpViewer;
+class QCheckBox;
 class MessageBoxPrompt;
 class PackageList;
 class ProgressBox;
@@ -51,6 +52,7 @@ public:
     QLabel &lblPortDevice() const { return *m_lblPortDevice; }
     QComboBox &cmbPorts() const { return *m_cmbPorts; }
     QComboBox &cmbFirmwareLanguages() const { return *m_cmbFirmwareLanguages; }
+    QCheckBox &chkWriteEverything() const { return *m_chkWriteEverything; }
     QListWidget &lstStep() const { return *m_lstStep; }
     QPlainTextEdit &txtReadme() const { return *m_txtReadme; }
     ProgressBox &stepBar() const { return *m_pboxStep; }
@@ -157,6 +159,7 @@ private:
     QComboBox *m_cmbFirmwareLanguages = nullptr;
     QLabel *m_lblPortDevice = nullptr;
     QPlainTextEdit *m_txtSummary = nullptr; // the configuration summary of the Settings step
+    QCheckBox *m_chkWriteEverything = nullptr; // also what the instrument holds already
     QListWidget *m_lstStep = nullptr;
     QLabel *m_lblActionText = nullptr;
     ProgressBox *m_pboxStep = nullptr;

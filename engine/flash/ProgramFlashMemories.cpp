@@ -1,5 +1,7 @@
 // Programming each image block by block, each under its own period of programming voltage,
-// and comparing the instrument's checksum with the one summed while sending. An image is a
+// and comparing the instrument's checksum with the one summed while sending, and then, where
+// the transfer program answers it, the instrument's CRC-32 of the image's range with the
+// image's: the 8-bit sum misses two bytes swapped, the CRC-32 does not. An image is a
 // member of the package, or, for an entry that writes back a read-back file, the bytes read
 // back in this run.
 #include "engine/QX_UploadProcess.h"
@@ -7,6 +9,7 @@
 #include "config/EntryFields.h"
 #include "config/ErrorCodes.h"
 #include "config/TextFormat.h"
+#include "engine/Crc32.h"
 
 #include <algorithm>
 #include <array>
@@ -53,6 +56,7 @@ bool QX_UploadProcess::programEntry(const QX_Program &entry, uint8_t *buffer)
     const int32_t length = imageLength(entry);
     int32_t sent = 0;
     uint32_t hostSum = 0;
+    Crc32 hostCrc;
     int32_t blocks = 0; // 32 bits: a large image must not wrap the logged count
     int16_t lastPercent = 0;
     AppLayer->AnnounceRange(entry.LoadAddress(), length);
@@ -68,6 +72,8 @@ bool QX_UploadProcess::programEntry(const QX_Program &entry, uint8_t *buffer)
         }
         for (int32_t i = 0; i < n; ++i)
             hostSum += buffer[i];
+        if (n > 0)
+            hostCrc.add(buffer, n);
         const int32_t address = EntryFields::endOf(entry.LoadAddress(), sent);
         if (n > 0 && !request([&](ApplicationLayer &layer) {
                 layer.ProgramBlock(address, static_cast<int16_t>(n), static_cast<uint8_t>(ArchitectureIndex),
@@ -103,15 +109,42 @@ bool QX_UploadProcess::programEntry(const QX_Program &entry, uint8_t *buffer)
     }
     AddLogLine(QStringLiteral("Checksum, Target = H") + hex(TargetChecksum));
     const int32_t hostChecksum = static_cast<int32_t>(hostSum & 0xFF);
+    ImageCheck check{entry.Filename(), entry.LoadAddress(), length, hostChecksum, TargetChecksum, hostCrc.value(), std::nullopt};
     if (hostChecksum != TargetChecksum) {
+        m_imageChecks.push_back(check);
         AddLogLine(QStringLiteral("Checksum Error,  Target = H") + hex(TargetChecksum) + QStringLiteral(" Host = H")
                    + hex(hostChecksum));
         return false;
     }
     AddLogLine(QStringLiteral("Checksum Matches, Host = H") + hex(hostChecksum));
+    const bool crcMatches = verifyImageCrc(entry, check);
+    m_imageChecks.push_back(check);
+    if (!crcMatches)
+        return false;
     BytesVerified += length;
     AddLogLine(QStringLiteral("Block Count = ") + dec(blocks));
     return true;
+}
+
+bool QX_UploadProcess::verifyImageCrc(const QX_Program &entry, ImageCheck &check)
+{
+    if (!AppLayer->OffersRangeCrc())
+        return true;
+    if (!request([&](ApplicationLayer &layer) {
+            layer.RequestRangeCrc(static_cast<uint8_t>(ArchitectureIndex), check.address, check.length);
+        })) {
+        AddLogLine(QStringLiteral("Error getting CRC-32"));
+        return false;
+    }
+    check.targetCrc = TargetRangeCrc;
+    if (TargetRangeCrc == check.hostCrc)
+        return true;
+    const QString target = hex(int32_t(TargetRangeCrc));
+    const QString host = hex(int32_t(check.hostCrc));
+    AddLogLine(QStringLiteral("CRC-32 Error,  Target = H") + target + QStringLiteral(" Host = H") + host);
+    fail(ErrorCode::ImageCrcMismatch, QStringLiteral(" %1 at H%2: the instrument's CRC-32 of its %3 bytes is H%4, the image's H%5")
+                                          .arg(entry.Filename(), hex(check.address), dec(check.length), target, host));
+    return false;
 }
 
 int32_t QX_UploadProcess::imageLength(const QX_Program &entry) const

@@ -1,6 +1,7 @@
 // The five entry records: fields, end addresses, file checks against the package, chip
 // names, and the read-back file's overwrite question and working folder.
 #include "config/QX_Download.h"
+#include "config/UpdateJournal.h"
 #include "config/QX_Erase.h"
 #include "config/QX_Memory.h"
 #include "config/QX_Program.h"
@@ -200,7 +201,7 @@ private slots:
         }
         ScriptedPrompt prompt;
         prompt.answers = {answer};
-        QCOMPARE(download.Validate(prompt), code == 0);
+        QCOMPARE(download.Validate(prompt, UpdateJournal()), code == 0);
         QCOMPARE(download.QX_Error_GetLastError(), code);
         QCOMPARE(prompt.questions.size(), existing && why.isEmpty() ? 1 : 0);
         if (code == 1)

@@ -39,7 +39,7 @@ private slots:
     void everyCodeHasAMessage()
     {
         const QList<int> codes = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14,
-                                  101, 102, 103, 104, 105, 106, 107, 108, 109, 110, 111};
+                                  101, 102, 103, 104, 105, 106, 107, 108, 109, 110, 111, 112, 113};
         for (int code : codes)
             QVERIFY2(!QX_Error::messageOf(code).isEmpty(), qPrintable(QString::number(code)));
         QVERIFY(QX_Error::messageOf(15).isEmpty());

@@ -6,6 +6,7 @@
 // that holds the calibration data and writes it back from the file it read it into, so every
 // completed update shows the instrument's own calibration bytes back in place.
 #include "tests/e2e/InstrumentProcess.h"
+#include "tests/e2e/ToolOutput.h"
 #include "tools/demo-package/DemoPackage.h"
 #include "package/ZipArchive.h"
 #include "tools/package-builder/PackageBuilder.h"
@@ -19,6 +20,7 @@
 #include <QTcpServer>
 #include <QTemporaryDir>
 #include <csignal>
+#include <zlib.h>
 
 #include <QtTest>
 
@@ -29,52 +31,8 @@ constexpr int RunLimitMs = 60000;
 // to "++ver", eight resends of an unanswered request).
 constexpr int CancelLimitMs = 1000;
 
-QByteArray bytesOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-QString sha256(const QString &path)
-{
-    return QString::fromLatin1(QCryptographicHash::hash(bytesOf(path), QCryptographicHash::Sha256).toHex());
-}
-
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-}
-
-// Log files and JSON carry the time with its offset from UTC.
-const QRegularExpression Stamp(QStringLiteral("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3}(Z|[+-]\\d\\d:\\d\\d)$"));
-
-QList<QJsonObject> jsonLines(const QByteArray &output)
-{
-    QList<QJsonObject> objects;
-    for (const QByteArray &line : output.split('\n')) {
-        if (line.isEmpty())
-            continue;
-        QJsonParseError error;
-        const QJsonDocument document = QJsonDocument::fromJson(line, &error);
-        if (error.error != QJsonParseError::NoError || !document.isObject()
-            || !Stamp.match(document.object().value(QStringLiteral("time")).toString()).hasMatch())
-            return {}; // every line must be one object, stamped
-        objects << document.object();
-    }
-    return objects;
-}
 } // namespace
 
-// One finished run of the tool.
-struct CliRun {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-    QString text() const { return QString::fromUtf8(out); }
-    QString errors() const { return QString::fromUtf8(err); }
-};
 
 class CliEndToEndTest : public QObject {
     Q_OBJECT
@@ -120,26 +78,33 @@ private:
     {
         QProcess tool;
         start(tool, arguments, device);
-        CliRun result;
-        if (!tool.waitForFinished(RunLimitMs))
-            tool.kill();
-        tool.waitForFinished();
-        result.exitCode = tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
-        result.out = tool.readAllStandardOutput();
-        result.err = tool.readAllStandardError();
-        return result;
+        return finished(tool, RunLimitMs);
+    }
+
+    // The log file's line on an image verified by both checksums.
+    QString imageLine(const QString &file, uint32_t address) const
+    {
+        const QByteArray image = file == DemoPackage::CalibrationFile ? m_calibration : packageMember(file);
+        uint32_t sum = 0;
+        for (const char c : image)
+            sum += uint8_t(c);
+        const QString crc = QString::number(crc32(0, reinterpret_cast<const Bytef *>(image.constData()), uInt(image.size())), 16).toUpper();
+        return QStringLiteral("Image %1 at H%2, %3 bytes: sum H%4 (instrument H%4), CRC-32 H%5 (instrument H%5)")
+            .arg(file, QString::number(address, 16).toUpper())
+            .arg(image.size())
+            .arg(QString::number(sum & 0xFF, 16).toUpper(), crc);
     }
 
     // The chips after an update, when nothing was written from the address writtenUpTo on.
     // The images go in package order: the main image, the calibration data written back, the
-    // language's text; a refused block stops the run there.
+    // language's text; a refused block stops the run there. The calibration data's sector
+    // holds its final content from the start (the data, FF behind it), so it is never erased.
     QByteArray expectedMainChip(int64_t writtenUpTo = INT64_MAX) const
     {
         QByteArray chip(512 * 1024, '\xFF');
         const QByteArray main = imageUpTo(QStringLiteral("MAIN207.BIN"), 0x10000, writtenUpTo);
         chip.replace(0x10000, main.size(), main);
-        if (main.size() == packageMember(QStringLiteral("MAIN207.BIN")).size())
-            chip.replace(0, m_calibration.size(), m_calibration);
+        chip.replace(0, m_calibration.size(), m_calibration);
         return chip;
     }
     QByteArray expectedLanguageChip(const QString &image, int64_t writtenUpTo = INT64_MAX) const
@@ -181,7 +146,7 @@ private slots:
         QVERIFY(m_folder.isValid());
         m_calibrationSource = member(QStringLiteral("instrument-calibration.bin"));
         m_readBack = member(DemoPackage::CalibrationFile);
-        writeFile(m_calibrationSource, m_calibration);
+        QVERIFY(writeFile(m_calibrationSource, m_calibration));
         QString error;
         m_package = DemoPackage::write(m_folder.path(), &error);
         QVERIFY2(!m_package.isEmpty(), qPrintable(error));
@@ -215,8 +180,10 @@ private slots:
                                                 "Port: COM1 (" + instrument.device() + ")", "Language: ENGLISH",
                                                 "Line rate: 115200 baud, then up to 921600 where the instrument and the port take it"}));
         QCOMPARE(logged.filter(QStringLiteral("Close Communication Channel")).size(), 1);
-        QCOMPARE(logged.mid(logged.size() - 3), (QStringList{"Line used: 921600 baud, compressed program blocks",
-                                                             "Result: success, code 0: OK", "Exit status: 0"}));
+        QCOMPARE(logged.mid(logged.size() - 6), (QStringList{"Line used: 921600 baud, compressed program blocks",
+                                                             imageLine("MAIN207.BIN", 0x10000), imageLine(DemoPackage::CalibrationFile, 0),
+                                                             imageLine("TEXT_EN.BIN", 0x100000), "Result: success, code 0: OK",
+                                                             "Exit status: 0"}));
 
         QCOMPARE(bytesOf(m_readBack), m_calibration);
         QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip());
@@ -263,7 +230,9 @@ private slots:
         // The two images and the calibration data written back.
         const qint64 images = packageMember(QStringLiteral("MAIN207.BIN")).size() + packageMember(QStringLiteral("TEXT_DE.BIN")).size()
                               + m_calibration.size();
-        QCOMPARE(last.value(QStringLiteral("bytesWritten")).toInteger(), images);
+        // The calibration data's sector held its final content already.
+        QCOMPARE(last.value(QStringLiteral("bytesWritten")).toInteger(), images - m_calibration.size());
+        QCOMPARE(last.value(QStringLiteral("bytesAlreadyRight")).toInteger(), m_calibration.size());
         QCOMPARE(last.value(QStringLiteral("bytesVerified")).toInteger(), images);
         QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29LV800"), 0x100000), expectedLanguageChip(QStringLiteral("TEXT_DE.BIN")));
     }
@@ -281,7 +250,9 @@ private slots:
         QTest::addColumn<QString>("channelError"); // why the channel could not be opened ("" when it opened)
         QTest::addColumn<QString>("lastLine");   // the step's last log line before the shutdown ("" to skip)
         // 0 updated, 1 untouched, 2 calibration saved only, 3 nothing saved, 4 programmed up to the
-        // block refused at --fail-program's address, nothing from that block on
+        // block refused at --fail-program's address, nothing from that block on, 5 updated with
+        // the garbled calibration data read back and written back as read, 6 failed before any
+        // erase with nothing saved: the flash untouched
         QTest::addColumn<int>("outcome");
         const QStringList none;
         const QString notOpened = QStringLiteral("Communications Port failed to initialise");
@@ -315,6 +286,15 @@ private slots:
             << QStringList{"--max-baud", "0"} << "" << "" << "" << 0;
         QTest::newRow("one byte in 100 lost") << QStringList{"--drop-rate", "0.01", "--seed", "9"} << "serial" << none << "" << ""
                                               << "" << 0;
+        QTest::newRow("a read-back garbled once: caught by its CRC-32, read again")
+            << QStringList{"--garble-read", "once", "rereads=1"} << "serial" << none << "" << "" << "Instrument Restarted" << 0;
+        QTest::newRow("every read-back garbled: stopped before any erase")
+            << QStringList{"--garble-read", "always", "rereads=3"} << "serial" << none
+            << "READ BACK CHECK ERROR, CAL-M7.BIN: the 1024 bytes at H0, read 4 times, never matched the instrument's CRC-32 H"
+            << "" << "Read Verify ERROR" << 6;
+        QTest::newRow("a transfer program without range checksums: read once, unchecked")
+            << QStringList{"--unknown", "range-crc", "--garble-read", "once"} << "serial" << none << "" << "" << "Instrument Restarted"
+            << 5;
         QTest::newRow("wrong checksum") << QStringList{"--wrong-checksum"} << "serial" << none << "Checksum Error,  Target = H" << ""
                                         << "Checksum Error,  Target = H" << 2;
         QTest::newRow("erase fails") << QStringList{"--fail-erase", "0x20000"} << "serial" << none
@@ -365,8 +345,10 @@ private slots:
         QFETCH(QString, lastLine);
         QFETCH(int, outcome);
         const bool paced = faults.removeAll(QStringLiteral("paced")) > 0;
-        const qsizetype lineAt = faults.indexOf(QRegularExpression(QStringLiteral("^line=")));
+        const qsizetype lineAt = faults.indexOf(QRegularExpression(QStringLiteral("line=.*")));
         const QString lineUsed = lineAt < 0 ? QString() : faults.takeAt(lineAt).mid(5);
+        const qsizetype reread = faults.indexOf(QRegularExpression(QStringLiteral("rereads=\\d+")));
+        const int rereads = reread < 0 ? 0 : faults.takeAt(reread).mid(8).toInt();
         const bool gpib = reach.startsWith(QStringLiteral("gpib")) && reach != QStringLiteral("gpib-on-serial");
         const quint16 tcpPort = quint16(20000 + QCoreApplication::applicationPid() % 20000);
         QStringList instrumentOptions = instrumentArgs(paced) + faults;
@@ -395,7 +377,8 @@ private slots:
             lines << object.value(QStringLiteral("line")).toString();
         const QJsonObject result = objects.last();
         const QString report = QJsonDocument(result).toJson();
-        QCOMPARE(tool.exitCode(), outcome <= 1 ? 0 : 1);
+        QCOMPARE(tool.exitCode(), outcome <= 1 || outcome == 5 ? 0 : 1);
+        QCOMPARE(result.value(QStringLiteral("readBackRereads")).toInt(-1), rereads);
         QCOMPARE(result.value(QStringLiteral("exitStatus")).toInt(-1), tool.exitCode());
         if (!message.isEmpty()) {
             const QString said = result.value(QStringLiteral("message")).toString();
@@ -413,7 +396,10 @@ private slots:
         if (!lastLine.isEmpty())
             QVERIFY2(closing > 0 && lines.at(closing - 1).startsWith(lastLine), qPrintable(lines.join(QLatin1Char('\n'))));
 
-        QCOMPARE(bytesOf(m_readBack), outcome == 3 || outcome == 1 ? QByteArray() : m_calibration);
+        QByteArray garbled = m_calibration;
+        garbled[120] = char(uint8_t(garbled[120]) ^ 0x10); // the middle of the first 240-byte block
+        const bool nothingSaved = outcome == 1 || outcome == 3 || outcome == 6;
+        QCOMPARE(bytesOf(m_readBack), nothingSaved ? QByteArray() : outcome == 5 ? garbled : m_calibration);
         if (outcome == 4) {
             const int64_t refusedAt = faults.at(faults.indexOf(QStringLiteral("--fail-program")) + 1).toLongLong(nullptr, 0);
             const int64_t image = refusedAt < 0x100000 ? 0x10000 : 0x100000;
@@ -422,11 +408,16 @@ private slots:
             QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29LV800"), 0x100000),
                      expectedLanguageChip(QStringLiteral("TEXT_EN.BIN"), block));
         }
+        if (outcome == 5) {
+            QByteArray chip = expectedMainChip();
+            chip.replace(0, garbled.size(), garbled);
+            QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), chip);
+        }
         if (outcome == 0) {
             QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), expectedMainChip());
             QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29LV800"), 0x100000),
                      expectedLanguageChip(QStringLiteral("TEXT_EN.BIN")));
-        } else if (outcome == 1) {
+        } else if (outcome == 1 || outcome == 6) {
             QByteArray untouched(512 * 1024, '\xFF');
             untouched.replace(0, m_calibration.size(), m_calibration);
             QCOMPARE(instrument.stopAndDump(QStringLiteral("AM29F040"), 0), untouched);
@@ -498,7 +489,7 @@ private slots:
         QFETCH(QStringList, arguments);
         QFETCH(QString, message);
         const QString notZip = member(QStringLiteral("notes.KDPKG"));
-        writeFile(notZip, "this is text, not a zip archive\n");
+        QVERIFY(writeFile(notZip, "this is text, not a zip archive\n"));
         arguments.replaceInStrings(QStringLiteral("@PKG"), m_package).replaceInStrings(QStringLiteral("@NOTZIP"), notZip);
         const CliRun result = run(arguments);
         QCOMPARE(result.exitCode, 2);
@@ -520,7 +511,7 @@ private slots:
         QFETCH(QStringList, flags);
         QFETCH(int, exitCode);
         const QByteArray earlier("calibration saved by an earlier update");
-        writeFile(m_readBack, earlier);
+        QVERIFY(writeFile(m_readBack, earlier));
         InstrumentProcess instrument(instrumentArgs());
         const CliRun result = run(QStringList{"update", m_package} + flags, instrument.device());
         QCOMPARE(result.exitCode, exitCode);

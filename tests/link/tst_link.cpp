@@ -814,7 +814,7 @@ private slots:
             else if (line.startsWith("inst ") && !exchanges.isEmpty())
                 exchanges.last().second += QByteArray::fromHex(line.mid(5));
         }
-        QCOMPARE(exchanges.size(), 33);
+        QCOMPARE(exchanges.size(), 35);
         for (const auto &[request, answer] : std::as_const(exchanges)) {
             said.clear();
             instrument.receive(request);

@@ -11,7 +11,13 @@ mkdir firmware
 
 rows=(
   # typed                                   | TROVEX_PORTS          | offered
-  "varnolt-cli |                                                    | update info ports doctor --help --version"
+  "varnolt-cli |                                                    | update verify read restore info ports doctor --help --version"
+  "varnolt-cli r|                                                   | read restore"
+  "varnolt-cli verify a.KDPKG --|                                   | --port --language --log --json --quiet --max-baud --help"
+  "varnolt-cli read a.KDPKG --o|                                    | --out"
+  "varnolt-cli restore a.KDPKG n|                                   | notes.txt"
+  "varnolt-cli restore a.KDPKG notes.txt --a|                       | --at"
+  "varnolt-cli update a.KDPKG --s|                                  | --same-instrument"
   "varnolt-cli d|                                                   | doctor"
   "varnolt-cli update |                                             | a.KDPKG b.kdpkg firmware"
   "varnolt-cli info b|                                              | b.kdpkg"

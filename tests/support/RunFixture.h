@@ -27,7 +27,7 @@ struct RunFixture {
     }
     QString outPath(const QString &name) const { return outDir.filePath(name); }
 
-    // Requests (everything but the getters and the range hints) with their arguments, byte
+    // Requests (everything but the getters and the hints) with their arguments, byte
     // buffers as their size.
     QStringList requests() const
     {
@@ -35,7 +35,7 @@ struct RunFixture {
         if (!f->calls)
             return out;
         for (const auto &call : *f->calls) {
-            if (call.name.startsWith(QStringLiteral("Get")) || call.name == QStringLiteral("AnnounceRange"))
+            if (call.name.startsWith(QStringLiteral("Get")) || call.name.startsWith(QStringLiteral("Announce")))
                 continue;
             QStringList args;
             for (const QVariant &arg : call.args)

@@ -1,6 +1,7 @@
 #include "tests/support/ScriptedAppLayer.h"
 
 #include "engine/AnswerCodes.h"
+#include "engine/Crc32.h"
 
 #include <QTimer>
 #include <cstring>
@@ -21,6 +22,7 @@ void ScriptedAppLayer::apply(const Reply &reply)
     if (reply.manufacturerCode) m_manufacturerCode = *reply.manufacturerCode;
     if (reply.deviceCode) m_deviceCode = *reply.deviceCode;
     if (reply.checksum) m_checksum = *reply.checksum;
+    if (reply.rangeCrc) m_rangeCrc = *reply.rangeCrc;
     if (reply.readData) m_readData = *reply.readData;
     if (reply.errorText) m_errorText = *reply.errorText;
     m_errorCodes = reply.errorCodes;
@@ -65,6 +67,7 @@ void ScriptedAppLayer::answerLater(int32_t defaultId, Reply healthy)
         if (scripted.manufacturerCode) reply.manufacturerCode = scripted.manufacturerCode;
         if (scripted.deviceCode) reply.deviceCode = scripted.deviceCode;
         if (scripted.checksum) reply.checksum = scripted.checksum;
+        if (scripted.rangeCrc) reply.rangeCrc = scripted.rangeCrc;
         if (scripted.readData) reply.readData = scripted.readData;
         if (scripted.errorText) reply.errorText = scripted.errorText;
     }
@@ -143,15 +146,38 @@ void ScriptedAppLayer::ReadMemory(uint8_t architecture, int32_t address, int32_t
 {
     record(QStringLiteral("ReadMemory"), {int(architecture), address, count});
     Reply healthy = passing(AnswerStatus::Ok);
-    if (m_readSource) {
-        healthy.readData = m_readSource(address, count);
-    } else {
-        QByteArray bytes(count, '\0');
-        for (int32_t i = 0; i < count; ++i)
-            bytes[i] = static_cast<char>((address + i) & 0xFF);
-        healthy.readData = bytes;
-    }
+    healthy.readData = healthyRead(address, count);
     answerLater(ResponseId::Read, healthy);
+}
+
+QByteArray ScriptedAppLayer::healthyRead(int32_t address, int32_t count) const
+{
+    if (m_readSource)
+        return m_readSource(address, count);
+    QByteArray bytes(count, '\0');
+    for (int32_t i = 0; i < count; ++i)
+        bytes[i] = static_cast<char>((address + i) & 0xFF);
+    return bytes;
+}
+
+void ScriptedAppLayer::RequestRangeCrc(uint8_t architecture, int32_t address, int32_t length)
+{
+    record(QStringLiteral("RequestRangeCrc"), {int(architecture), address, length});
+    QByteArray bytes = healthyRead(address, length);
+    for (auto byte = m_flash.lower_bound(uint32_t(address)); byte != m_flash.end() && byte->first - uint32_t(address) < uint32_t(length); ++byte)
+        bytes[qsizetype(byte->first - uint32_t(address))] = char(byte->second);
+    Reply healthy = passing(0);
+    healthy.rangeCrc = Crc32::of(bytes);
+    answerLater(ResponseId::RangeCrc, healthy);
+}
+
+void ScriptedAppLayer::AnnounceFlashPlan(const FlashPlan &plan)
+{
+    record(QStringLiteral("AnnounceFlashPlan"));
+    AnnouncedPlan announced{plan, {}};
+    for (const FlashPlan::Image &image : plan.images)
+        announced.images << image.read(0, image.length);
+    *m_plan = announced;
 }
 
 void ScriptedAppLayer::RequestChecksum(uint8_t architecture, int32_t address, int32_t length)

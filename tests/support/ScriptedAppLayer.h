@@ -45,6 +45,7 @@ public:
         std::optional<int32_t> manufacturerCode;
         std::optional<int32_t> deviceCode;
         std::optional<int32_t> checksum;
+        std::optional<uint32_t> rangeCrc;
         std::optional<QByteArray> readData;
         std::optional<QString> errorText;
         // Successive GetErrorCode answers while this reply is read; the last one repeats.
@@ -76,6 +77,15 @@ public:
     void setErrorText(const QString &text) { m_errorText = text; }
     // Where a healthy read takes its bytes from (default: the low byte of each address).
     void setReadSource(std::function<QByteArray(int32_t address, int32_t count)> source) { m_readSource = std::move(source); }
+    // A transfer program that answers range checksums: the CRC-32 of the flash as a healthy read
+    // delivers it, with the blocks programmed so far over it.
+    void setOffersRangeCrc(bool offers) { m_offersRangeCrc = offers; }
+    // The plan the engine announced, with its images read while it was announced.
+    struct AnnouncedPlan {
+        FlashPlan plan;
+        QList<QByteArray> images;
+    };
+    std::shared_ptr<std::optional<AnnouncedPlan>> announcedPlan() const { return m_plan; }
     // Applies a reply's getter values now, without raising an event.
     void applyNow(const Reply &reply) { apply(reply); }
 
@@ -114,6 +124,10 @@ public:
     }
     void GetReadLength(int32_t &length) override { record(QStringLiteral("GetReadLength")); length = int32_t(m_readData.size()); }
     void GetReadData(uint8_t *data) override;
+    bool OffersRangeCrc() const override { return m_offersRangeCrc; }
+    void RequestRangeCrc(uint8_t architecture, int32_t address, int32_t length) override;
+    void GetRangeCrc(uint32_t &crc) override { record(QStringLiteral("GetRangeCrc")); crc = m_rangeCrc; }
+    void AnnounceFlashPlan(const FlashPlan &plan) override;
     void Shutdown() override { record(QStringLiteral("Shutdown")); }
     void CloseChannel() override { record(QStringLiteral("CloseChannel")); }
     void GetErrorCode(int16_t &code) override;
@@ -136,7 +150,12 @@ private:
     void apply(const Reply &reply);
 
     std::shared_ptr<QList<Call>> m_calls = std::make_shared<QList<Call>>();
+    // The bytes a healthy read delivers.
+    QByteArray healthyRead(int32_t address, int32_t count) const;
+
     std::map<uint32_t, uint8_t> m_flash; // the bytes programmed so far, by address
+    bool m_offersRangeCrc = false;
+    std::shared_ptr<std::optional<AnnouncedPlan>> m_plan = std::make_shared<std::optional<AnnouncedPlan>>();
     std::function<QByteArray(int32_t, int32_t)> m_readSource;
     std::deque<Reply> m_replies;
     EngineWait m_wait;
@@ -150,6 +169,7 @@ private:
     int32_t m_manufacturerCode = 0;
     int32_t m_deviceCode = 0;
     int32_t m_checksum = 0;
+    uint32_t m_rangeCrc = 0;
     QByteArray m_readData;
     QString m_errorText;
     QList<int16_t> m_errorCodes;

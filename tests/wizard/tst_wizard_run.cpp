@@ -6,6 +6,7 @@
 #include "engine/QX_UploadProcess.h"
 #include "wizard/ProgressBox.h"
 
+#include <QCheckBox>
 #include <QComboBox>
 #include <QListWidget>
 #include <QTimer>
@@ -264,6 +265,33 @@ private slots:
         QVERIFY(w.summaryText().contains(QStringLiteral("Transfer Program = TP.BIN")));
         // The budget rounds each image's blocks, so the bar may end a little past its total.
         QVERIFY(w.entireBar().share() > 0.95);
+    }
+
+    // The Settings step's choice to write everything: the layer is then told no plan, so it
+    // cannot skip what the instrument holds already.
+    void writeEverythingTellsTheLayerNoPlan_data()
+    {
+        QTest::addColumn<bool>("everything");
+        QTest::newRow("only what differs") << false;
+        QTest::newRow("everything") << true;
+    }
+    void writeEverythingTellsTheLayerNoPlan()
+    {
+        QFETCH(bool, everything);
+        WizardFixture f;
+        f.addPackage(QStringLiteral("a.KDPKG"), QString(), {}, withReadBackAndErase());
+        std::shared_ptr<QList<ScriptedAppLayer::Call>> calls;
+        f.prepareLayer = [&](ScriptedAppLayer &layer) { calls = layer.callLog(); };
+        frmWizard &w = f.open();
+        f.click(frmWizard::NextButton);
+        QCOMPARE(w.mnCurStep, int16_t(2));
+        w.chkWriteEverything().setChecked(everything);
+        f.click(frmWizard::NextButton);
+        QVERIFY(calls);
+        const bool announced = std::any_of(calls->begin(), calls->end(),
+                                           [](const ScriptedAppLayer::Call &call) { return call.name == QStringLiteral("AnnounceFlashPlan"); });
+        QCOMPARE(announced, !everything);
+        QCOMPARE(w.finishedPicture(), QStringLiteral("finished"));
     }
 
     void plainDisplayHidesTheLog()

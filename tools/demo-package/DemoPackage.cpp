@@ -66,7 +66,49 @@ QByteArray configuration()
         .toLatin1();
 }
 
+constexpr int MainChipBytes = 512 * 1024;
+constexpr int LanguageChipBytes = 1024 * 1024;
+
+QByteArray mainImage()
+{
+    return image(96 * 1024, 11);
+}
+
+QByteArray englishText()
+{
+    return image(12 * 1024, 13);
+}
+
 } // namespace
+
+QByteArray noise(int size, uint32_t seed)
+{
+    QByteArray bytes(size, '\0');
+    for (char &byte : bytes) {
+        seed = seed * 1664525u + 1013904223u;
+        byte = char(seed >> 24);
+    }
+    return bytes;
+}
+
+Flash olderFlash(const QByteArray &calibration)
+{
+    Flash flash{QByteArray(MainChipBytes, '\xFF'), QByteArray(LanguageChipBytes, '\xFF')};
+    flash.main.replace(0, calibration.size(), calibration);
+    flash.main.replace(calibration.size(), 0x1000, noise(0x1000, 7));
+    flash.main.replace(0x10000, 0x30000, noise(0x30000, 5));
+    flash.language.replace(0, 0x4000, noise(0x4000, 6));
+    return flash;
+}
+
+Flash updatedFlash(const QByteArray &calibration)
+{
+    Flash flash{QByteArray(MainChipBytes, '\xFF'), QByteArray(LanguageChipBytes, '\xFF')};
+    flash.main.replace(0, calibration.size(), calibration);
+    flash.main.replace(0x10000, mainImage().size(), mainImage());
+    flash.language.replace(0, englishText().size(), englishText());
+    return flash;
+}
 
 QString write(const QString &folder, QString *error)
 {
@@ -88,8 +130,8 @@ QString write(const QString &folder, QString *error)
                       "Please run the calibration routines before using the instrument for measurements. "
                       "The saved calibration data stays in the file named in the package.");
     builder.addMember(QStringLiteral("TP207.BIN"), QByteArray("KDTP") + image(2044, 7)); // the boot ROM checks the header
-    builder.addMember(QStringLiteral("MAIN207.BIN"), image(96 * 1024, 11));
-    builder.addMember(QStringLiteral("TEXT_EN.BIN"), image(12 * 1024, 13));
+    builder.addMember(QStringLiteral("MAIN207.BIN"), mainImage());
+    builder.addMember(QStringLiteral("TEXT_EN.BIN"), englishText());
     builder.addMember(QStringLiteral("TEXT_DE.BIN"), image(13 * 1024, 17));
     const QString path = folder + QStringLiteral("/Model7-Firmware-2.07.KDPKG");
     return builder.write(path, error) ? path : QString();
